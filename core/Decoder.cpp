@@ -1,0 +1,237 @@
+// Decoding of byte streams into data objects. Every length read from the stream is checked
+// against the bytes that remain before anything is allocated for it.
+#include <memory>
+#include <new>
+#include <string>
+
+#include "core/TransferSyntax.h"
+#include "core/ValueRepresentation.h"
+#include "kestrel/DICOMCodec.h"
+#include "kestrel/RTC.h"
+
+namespace {
+
+constexpr uint16_t kTypeSQ = MakeTypeCode('S', 'Q');
+constexpr uint16_t kTypeUN = MakeTypeCode('U', 'N');
+constexpr uint32_t kUndefinedLength = 0xFFFFFFFF;
+// Real data sets nest sequences a handful of levels deep; a stream nesting deeper than this is
+// hostile, and following it would only exhaust the stack.
+constexpr int kMaxDepth = 64;
+
+bool IsItemGroup(uint16_t group) { return group == 0xFFFE || group == 0xFFE0; }
+
+bool IsVRLetters(const uint8_t letters[2]) {
+  return letters[0] >= 'A' && letters[0] <= 'Z' && letters[1] >= 'A' && letters[1] <= 'Z';
+}
+
+uint16_t Swap16(uint16_t v) { return static_cast<uint16_t>((v << 8) | (v >> 8)); }
+
+// Pushes an element, keeping it with the caller when the object refuses it.
+bool PushElement(DICOMObject* object, std::unique_ptr<VR>& element) {
+  if (!object->Push(element.get())) return false;
+  element.release();
+  return true;
+}
+
+}  // namespace
+
+bool DICOMCodec::Decode(ByteBuffer& buffer, DICOMObject* object, int mode) {
+  if (!object) return false;
+  buffer.SetBigEndian(IsBigEndianMode(mode));
+  return DecodeElements(buffer, object, mode, true);
+}
+
+bool DICOMCodec::DecodeImplicitItems(ByteBuffer& buffer, DICOMObject* object) {
+  if (!object) return false;
+  return DecodeElements(buffer, object, kModeImplicitLittle, false);
+}
+
+bool DICOMCodec::DecodeExplicitItems(ByteBuffer& buffer, DICOMObject* object) {
+  if (!object) return false;
+  int mode = buffer.IsBigEndian() ? kModeExplicitBig : kModeExplicitLittle;
+  return DecodeElements(buffer, object, mode, false);
+}
+
+// Every way down (the items of a sequence, the content of an item) passes here and counts one
+// level, so that sequences nested without items between them are limited too; 64 nested items
+// take 128 levels.
+bool DICOMCodec::DecodeSequenceItems(ByteBuffer& buffer, DICOMObject* object, int mode) {
+  if (depth_ > 2 * kMaxDepth) return false;
+  ++depth_;
+  bool ok = mode == kModeImplicitLittle ? DecodeImplicitItems(buffer, object)
+                                        : DecodeExplicitItems(buffer, object);
+  --depth_;
+  return ok;
+}
+
+// One item of a sequence: its content is read into a new data set that then becomes the next
+// item of the element last pushed into `object`.
+bool DICOMCodec::DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length) {
+  auto item = std::unique_ptr<DICOMDataObject>(new (std::nothrow) DICOMDataObject);
+  if (!item) return false;
+  bool ok;
+  if (length == kUndefinedLength) {
+    ok = DecodeSequenceItems(buffer, item.get(), mode);
+  } else {
+    ByteBuffer content(buffer, length);
+    ok = DecodeSequenceItems(content, item.get(), mode);
+    content.SkipRest();
+  }
+  if (!ok || !object->PushItem(item.get())) return false;
+  item.release();
+  return true;
+}
+
+bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top) {
+  bool syntaxPending = false;
+  bool metaSeen = false;  // group 0002 read, and no transfer syntax in it so far
+  std::string syntax;
+  while (buffer.HasBytes()) {
+    uint16_t group, number;
+    if (!buffer.Read16(group)) return false;
+    // The meta group ends at the first group other than 0002 (group 0001, though not allowed
+    // in a data set, does occur in real files and must already be read in the new syntax).
+    bool metaEnds = top && group != 2;
+    if (metaEnds && syntaxPending) {
+      syntaxPending = false;
+      int newMode = ModeOfTransferSyntax(syntax.c_str());
+      if (!newMode) return false;
+      if (IsBigEndianMode(newMode) != IsBigEndianMode(mode)) {
+        // The group number was read in the old byte order.
+        group = Swap16(group);
+        buffer.SetBigEndian(IsBigEndianMode(newMode));
+      }
+      mode = newMode;
+    }
+    if (!buffer.Read16(number)) return false;
+
+    uint32_t length;
+    if (IsItemGroup(group)) {
+      if (!buffer.Read32(length)) return false;
+      if (number == 0xE0DD || number == 0xE00D) return true;
+      if (length != kUndefinedLength && number != 0xE000) return false;
+      if (length != kUndefinedLength && length > buffer.Remaining()) return false;
+      if (!DecodeItem(buffer, object, mode, length)) return false;
+      continue;
+    }
+
+    auto element = std::unique_ptr<VR>(new (std::nothrow) VR);
+    if (!element) return false;
+    element->Group = group;
+    element->Element = number;
+    // Item content in an explicit stream carries command elements without a VR.
+    bool explicitVR = mode != kModeImplicitLittle && (top || group != 0);
+    if (top && group == 2) metaSeen = !syntaxPending;
+    if (explicitVR) {
+      uint8_t letters[2];
+      if (!buffer.ReadBytes(letters, 2)) return false;
+      element->TypeCode = MakeTypeCode(static_cast<char>(letters[0]), static_cast<char>(letters[1]));
+      if (metaEnds && metaSeen && !IsVRLetters(letters) && !buffer.IsBigEndian()) {
+        // A meta group without a transfer syntax, followed by an implicit data set: the two
+        // bytes are the low half of a 32-bit length, and the rest is implicit VR.
+        uint16_t high;
+        if (!buffer.Read16(high)) return false;
+        length = letters[0] | (letters[1] << 8) | (static_cast<uint32_t>(high) << 16);
+        mode = kModeImplicitLittle;
+        explicitVR = false;
+        element->TypeCode = dictionary_ ? dictionary_->GetTypeCode(group, number) : 0;
+      } else if (HasLongHeader(element->TypeCode)) {
+        uint16_t reserved;
+        if (!buffer.Read16(reserved) || !buffer.Read32(length)) return false;
+      } else {
+        uint16_t shortLength;
+        if (!buffer.Read16(shortLength)) return false;
+        length = shortLength;
+      }
+    } else {
+      if (!buffer.Read32(length)) return false;
+      if (dictionary_) element->TypeCode = dictionary_->GetTypeCode(group, number);
+    }
+    if (metaEnds) metaSeen = false;
+
+    if (length == kUndefinedLength) {
+      element->Length = 0;
+      bool pixelData = group == 0x7FE0 && number == 0x0010;
+      // A sequence of undefined length whose VR is unknown to the sender holds implicit VR
+      // little endian items (PS3.5 6.2.2); it is a sequence from here on.
+      bool unknownSequence = !pixelData && explicitVR && element->TypeCode == kTypeUN;
+      if (unknownSequence) element->TypeCode = kTypeSQ;
+      if (!PushElement(object, element)) return false;
+      if (pixelData) {
+        if (!ReadEncapsulated(buffer, object)) return false;
+      } else if (unknownSequence) {
+        bool bigEndian = buffer.IsBigEndian();
+        buffer.SetBigEndian(false);
+        bool ok = DecodeSequenceItems(buffer, object, kModeImplicitLittle);
+        buffer.SetBigEndian(bigEndian);
+        if (!ok) return false;
+      } else if (!DecodeSequenceItems(buffer, object, mode)) {
+        return false;
+      }
+      continue;
+    }
+
+    if (length > buffer.Remaining()) return false;
+    // (0054,0220) is read as a sequence whatever its VR, so that it survives implicit streams
+    // read without a dictionary.
+    if (element->TypeCode == kTypeSQ || (group == 0x0054 && number == 0x0220)) {
+      element->Length = 0;
+      if (!PushElement(object, element)) return false;
+      ByteBuffer content(buffer, length);
+      bool ok = DecodeSequenceItems(content, object, mode);
+      content.SkipRest();
+      if (!ok) return false;
+      continue;
+    }
+
+    if (length) {
+      char* data = new (std::nothrow) char[length];
+      if (!data) return false;
+      element->Data = data;
+      element->Length = length;
+      if (!buffer.ReadBytes(data, length)) return false;
+      unsigned width = SwapWidth(element->TypeCode);
+      if (buffer.IsBigEndian() && width > 1)
+        SwapValues(reinterpret_cast<uint8_t*>(data), length, width);
+    }
+    if (top && group == 2 && number == 0x0010) {
+      syntax = TransferSyntaxText(element.get());
+      syntaxPending = true;
+    }
+    if (!PushElement(object, element)) return false;
+  }
+  return true;
+}
+
+bool DICOMCodec::ReadEncapsulated(ByteBuffer& buffer, DICOMObject* object) {
+  if (!object) return false;
+  while (buffer.HasBytes()) {
+    uint16_t group, number;
+    uint32_t length;
+    if (!buffer.Read16(group) || !buffer.Read16(number) || !buffer.Read32(length)) return false;
+    if (group == 0xFEEE) return true;
+    if (IsItemGroup(group) && number == 0xE0DD) return true;
+    if (IsItemGroup(group) && number == 0xE000) {
+      if (length > buffer.Remaining()) return false;
+      auto fragment = std::unique_ptr<VR>(new (std::nothrow) VR);
+      auto item = std::unique_ptr<DICOMDataObject>(new (std::nothrow) DICOMDataObject);
+      if (!fragment || !item) return false;
+      fragment->Group = group;
+      fragment->Element = number;
+      if (length) {
+        char* data = new (std::nothrow) char[length];
+        if (!data) return false;
+        fragment->Data = data;
+        fragment->Length = length;
+        if (!buffer.ReadBytes(data, length)) return false;
+      }
+      if (!PushElement(item.get(), fragment)) return false;
+      if (!object->PushItem(item.get())) return false;
+      item.release();
+      continue;
+    }
+    if (length != 0xDDDDDDDD && !buffer.Skip(length)) return false;
+  }
+  // The buffer ran out before the sequence delimiter.
+  return false;
+}

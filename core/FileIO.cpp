@@ -1,0 +1,246 @@
+// DICOM files: reading with or without preamble, writing with a file meta group of our own.
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "core/TransferSyntax.h"
+#include "kestrel/DICOMCodec.h"
+
+namespace {
+
+constexpr uint16_t kTypeOB = MakeTypeCode('O', 'B');
+constexpr uint16_t kTypeUI = MakeTypeCode('U', 'I');
+constexpr uint16_t kTypeSH = MakeTypeCode('S', 'H');
+constexpr uint16_t kTypeAE = MakeTypeCode('A', 'E');
+constexpr size_t kPreambleLength = 128;
+// Output is handed to the file in blocks of this size; larger values are written directly.
+constexpr size_t kWriteBlock = 1 << 20;
+
+// The old transfer syntaxes a rewritten file keeps: the compressed ones, whose pixel data can
+// only be written as it was read, and big endian.
+constexpr const char* kKeptSyntaxes[] = {
+    "1.2.840.10008.1.2.4.70", "1.2.840.10008.1.2.4.50", "1.2.840.10008.1.2.4.51",
+    "1.2.840.10008.1.2.5",    "1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.91",
+    "1.2.840.10008.1.2.2",
+};
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// Reads a file from a given offset on demand.
+class FileSource : public ByteBuffer::Source {
+ public:
+  FileSource(std::FILE* file, uint64_t size, uint64_t position)
+      : file_(file), size_(size), position_(position) {}
+  size_t Read(void* data, size_t length) override {
+    size_t got = std::fread(data, 1, length, file_);
+    position_ += got;
+    return got;
+  }
+  uint64_t Remaining() override { return position_ < size_ ? size_ - position_ : 0; }
+  bool Skip(uint64_t length) override {
+    if (length > Remaining()) return false;
+    if (std::fseek(file_, static_cast<long>(position_ + length), SEEK_SET) != 0) return false;
+    position_ += length;
+    return true;
+  }
+
+ private:
+  std::FILE* file_;
+  uint64_t size_;
+  uint64_t position_;
+};
+
+class FileSink : public ByteBuffer::Sink {
+ public:
+  explicit FileSink(std::FILE* file) : file_(file) {}
+  bool Write(const void* data, size_t length) override {
+    return std::fwrite(data, 1, length, file_) == length;
+  }
+
+ private:
+  std::FILE* file_;
+};
+
+// A new element holding a copy of `length` bytes, rounded up to even with a zero byte.
+VR* TextElement(uint16_t element, const void* data, uint32_t length, uint16_t typeCode) {
+  auto* vr = new (std::nothrow) VR(2, element, length, true);
+  if (!vr) return nullptr;
+  if (length && !vr->Data) {
+    delete vr;
+    return nullptr;
+  }
+  if (length) std::memcpy(vr->Data, data, length);
+  vr->TypeCode = typeCode;
+  return vr;
+}
+
+bool PushOrDrop(DICOMObject* object, VR* element) {
+  if (!element) return false;
+  if (object->Push(element)) return true;
+  delete element;
+  return false;
+}
+
+// Whether an old (0002,0010) is one of the syntaxes kept: its value up to the padding NUL must
+// be the UID exactly (a trailing blank is not forgiven here).
+const char* KeptSyntax(const VR* element) {
+  if (!element->Data) return nullptr;
+  const char* data = static_cast<const char*>(element->Data);
+  std::string value(data, strnlen(data, element->Length));
+  for (const char* uid : kKeptSyntaxes) {
+    if (value == uid) return uid;
+  }
+  return nullptr;
+}
+
+// Groups 0000 and 0001 have no place in a data set, but they do occur in files; in tag order
+// they would come before the meta group, where no reader looks for them.
+bool HasGroupBelowMeta(DICOMObject* object) {
+  for (uint32_t i = 0; i < object->Groups.GetSize(); ++i) {
+    VRGroupPQueue* group = object->Groups.Get(i);
+    if (group && group->Group < 2) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// Writes the meta group, then everything else, groups 0000 and 0001 included, in the mode of
+// the meta group's transfer syntax.
+bool DICOMCodec::EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int metaMode) {
+  DICOMDataObject meta, rest;
+  int dataMode = kModeImplicitLittle;
+  while (VR* element = object->Pop()) {
+    if (element->Group == 2 && element->Element == 0x0010)
+      dataMode = ModeOfTransferSyntax(TransferSyntaxText(element).c_str());
+    DICOMObject* target = element->Group == 2 ? static_cast<DICOMObject*>(&meta) : &rest;
+    if (element->Element == 0 && element->Group == 2) {
+      delete element;  // recomputed when the meta group is popped
+      continue;
+    }
+    if (!target->Push(element)) delete element;
+  }
+  if (!dataMode) return false;
+  return Encode(&meta, buffer, metaMode, false) && Encode(&rest, buffer, dataMode, false);
+}
+
+DICOMDataObject* DICOMCodec::LoadFile(const char* path) {
+  lastLoadComplete_ = false;
+  if (!path) return nullptr;
+  FilePtr file(std::fopen(path, "rb"));
+  if (!file) return nullptr;
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);
+  if (std::fseek(file.get(), 0, SEEK_END) != 0) return nullptr;
+  long size = std::ftell(file.get());
+  if (size < 0) return nullptr;
+
+  uint64_t start = 0;
+  char magic[4];
+  if (std::fseek(file.get(), kPreambleLength, SEEK_SET) == 0 &&
+      std::fread(magic, 1, 4, file.get()) == 4 && std::memcmp(magic, "DICM", 4) == 0)
+    start = kPreambleLength + 4;
+  // The sixth byte is the second VR letter of an explicit stream, or the second byte of the
+  // 32-bit length of an implicit one.
+  uint8_t head[6] = {};
+  int mode = kModeImplicitLittle;
+  if (std::fseek(file.get(), static_cast<long>(start), SEEK_SET) == 0 &&
+      std::fread(head, 1, 6, file.get()) == 6 && head[5] >= 11) {
+    mode = kModeExplicitLittle;
+    // Without a meta group a big endian stream shows its group number high byte first:
+    // (0008,xxxx) reads as group 0x0800 in little endian.
+    if (start == 0 && head[0] == 0 && head[1] != 0 && head[4] >= 'A' && head[4] <= 'Z')
+      mode = kModeExplicitBig;
+  }
+  if (std::fseek(file.get(), static_cast<long>(start), SEEK_SET) != 0) return nullptr;
+
+  auto* object = new (std::nothrow) DICOMDataObject;
+  if (!object) return nullptr;
+  FileSource source(file.get(), static_cast<uint64_t>(size), start);
+  ByteBuffer buffer;
+  buffer.AttachSource(&source);
+  bool decoded = Decode(buffer, object, mode);
+  lastLoadComplete_ = decoded && !buffer.HasBytes();
+  return object;
+}
+
+bool DICOMCodec::AddFileMeta(DICOMObject* object, const char* transferSyntaxUID) {
+  if (!object) return false;
+  std::string implementationClass, implementationVersion;
+  GetImplementationClass(implementationClass);
+  GetImplementationVersion(implementationVersion);
+  std::string localAE = GetLocalAETitle();
+
+  // Everything but group 0002 goes through a second object and back, which also drops the
+  // group length elements.
+  const char* oldSyntax = nullptr;
+  DICOMDataObject kept;
+  while (VR* element = object->Pop()) {
+    if (element->Group == 2) {
+      if (element->Element == 0x0010) oldSyntax = KeptSyntax(element);
+      delete element;
+      continue;
+    }
+    if (!kept.Push(element)) delete element;
+  }
+  while (VR* element = kept.Pop()) {
+    if (!object->Push(element)) delete element;
+  }
+  if (object->Find(2, 1)) return true;
+
+  const char* syntax = "1.2.840.10008.1.2";
+  if (transferSyntaxUID && *transferSyntaxUID)
+    syntax = transferSyntaxUID;
+  else if (oldSyntax)
+    syntax = oldSyntax;
+
+  static const uint8_t kVersion[2] = {0x01, 0x00};
+  bool ok = PushOrDrop(object, TextElement(0x0001, kVersion, 2, kTypeOB));
+  if (VR* sopClass = object->Find(8, 0x0016))
+    ok &= PushOrDrop(object, TextElement(0x0002, sopClass->Data, sopClass->Length, kTypeUI));
+  if (VR* sopInstance = object->Find(8, 0x0018))
+    ok &= PushOrDrop(object, TextElement(0x0003, sopInstance->Data, sopInstance->Length, kTypeUI));
+  ok &= PushOrDrop(object, TextElement(0x0010, syntax, std::strlen(syntax), kTypeUI));
+  ok &= PushOrDrop(object, TextElement(0x0012, implementationClass.data(),
+                                       implementationClass.size(), kTypeUI));
+  ok &= PushOrDrop(object, TextElement(0x0013, implementationVersion.data(),
+                                       implementationVersion.size(), kTypeSH));
+  ok &= PushOrDrop(object, TextElement(0x0016, localAE.data(), localAE.size(), kTypeAE));
+  return ok;
+}
+
+bool DICOMCodec::SaveFile(const char* path, int form, DICOMObject* object,
+                          const char* transferSyntaxUID) {
+  if (!path || !object || form < 1 || form > 3) return false;
+  // Written beside the target and renamed into place, so that a failed write never leaves a
+  // half-written file under the name a reader expects.
+  std::string partial = std::string(path) + ".partial";
+  FilePtr file(std::fopen(partial.c_str(), "wb"));
+  if (!file) return false;
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);
+  FileSink sink(file.get());
+  ByteBuffer buffer;
+  buffer.AttachSink(&sink, kWriteBlock);
+
+  bool ok;
+  if (form == 1) {
+    ok = Encode(object, buffer, kModeImplicitLittle, false);
+  } else {
+    ok = AddFileMeta(object, transferSyntaxUID);
+    buffer.WriteZeros(kPreambleLength);
+    buffer.WriteBytes("DICM", 4);
+    int metaMode = form == 2 ? kModeImplicitLittle : kModeExplicitLittle;
+    ok = (HasGroupBelowMeta(object) ? EncodeMetaFirst(object, buffer, metaMode)
+                                    : Encode(object, buffer, metaMode, false)) &&
+         ok;
+  }
+  ok = buffer.Flush() && ok;
+  ok = std::fclose(file.release()) == 0 && ok;
+  if (ok) ok = std::rename(partial.c_str(), path) == 0;
+  if (!ok) std::remove(partial.c_str());
+  return ok;
+}

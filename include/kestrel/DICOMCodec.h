@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "kestrel/Array.h"
+#include "kestrel/ByteBuffer.h"
+#include "kestrel/DICOMObject.h"
+#include "kestrel/Export.h"
+
+class RTC;
+
+// The value codec and the DICOM file reader and writer. An association (PDU_Service) is one of
+// these; callers use these operations through it.
+//
+// Modes: 100 implicit VR little endian, 101 explicit VR little endian, 102 explicit VR big
+// endian. Meeting (0002,0010) in a stream switches to the mode of that transfer syntax once
+// the meta group is over.
+class KESTREL_API DICOMCodec {
+ public:
+  DICOMCodec();
+  virtual ~DICOMCodec();
+  DICOMCodec(const DICOMCodec&) = delete;
+  DICOMCodec& operator=(const DICOMCodec&) = delete;
+
+  // Pops every element of `object` and appends its encoding; the object is empty afterwards.
+  // With `dropMeta` group 0002 is discarded (network transfer). False when a transfer syntax
+  // met in the stream is unknown.
+  bool Encode(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta);
+  bool EncodeImplicitItem(DICOMObject* object, ByteBuffer& buffer);
+  bool EncodeExplicitItem(DICOMObject* object, ByteBuffer& buffer);
+  // The fragments of an encapsulated pixel data element, then the sequence delimiter.
+  bool WriteEncapsulated(Array<DICOMDataObject*>* items, ByteBuffer& buffer);
+
+  // Reads elements until the buffer is exhausted (true) or an item or sequence delimiter is
+  // met (true). False on a null object, an allocation failure, an unknown transfer syntax, a
+  // malformed delimiter or a value that runs past the end of the buffer; what was read so far
+  // stays in `object`, which the caller destroys.
+  bool Decode(ByteBuffer& buffer, DICOMObject* object, int mode);
+  bool DecodeImplicitItems(ByteBuffer& buffer, DICOMObject* object);
+  bool DecodeExplicitItems(ByteBuffer& buffer, DICOMObject* object);
+  // Fragments into the pixel data element last pushed into `object`.
+  bool ReadEncapsulated(ByteBuffer& buffer, DICOMObject* object);
+
+  // Detaches (and, when it was owned, destroys) the previous dictionary. With `owned` the
+  // dictionary is deleted with this object or at the next attach; otherwise the caller keeps it.
+  bool AttachRTC(RTC* dictionary, bool owned);
+  RTC* GetRTC() const { return dictionary_; }
+
+  // A new data object read from the file (the caller deletes it), or null when the file cannot
+  // be opened. A damaged file gives whatever could be decoded; WasLastLoadComplete tells which.
+  DICOMDataObject* LoadFile(const char* path);
+  bool WasLastLoadComplete() const { return lastLoadComplete_; }
+  // Writes `object`, which the encoding empties. Form 1: no preamble nor meta group, implicit
+  // VR little endian; 2: preamble, "DICM", meta group, implicit VR little endian encoder; 3: the
+  // same with the meta group in explicit VR little endian and the rest in the transfer syntax
+  // of (0002,0010). The file appears only once completely written. `transferSyntaxUID` may be
+  // null or empty.
+  bool SaveFile(const char* path, int form, DICOMObject* object, const char* transferSyntaxUID);
+  // Replaces the group 0002 of `object` with a new file meta group.
+  bool AddFileMeta(DICOMObject* object, const char* transferSyntaxUID);
+
+  // The mode (100, 101 or 102) in which the codec reads and writes a transfer syntax, or 0 for
+  // one it cannot handle.
+  static int TransferSyntaxMode(const char* uid);
+
+  virtual bool GetImplementationClass(std::string& uid);
+  virtual bool GetImplementationVersion(std::string& name);
+  // The local application entity title, without padding; empty when none is set.
+  virtual std::string GetLocalAETitle() const;
+
+ private:
+  bool EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta, bool top);
+  bool EncodeElement(VR* element, ByteBuffer& buffer, int mode);
+  bool EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int metaMode);
+  bool DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top);
+  bool DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length);
+  bool DecodeSequenceItems(ByteBuffer& buffer, DICOMObject* object, int mode);
+
+  RTC* dictionary_ = nullptr;
+  bool ownsDictionary_ = false;
+  bool lastLoadComplete_ = false;
+  int depth_ = 0;  // levels of sequences and items being decoded
+};
