@@ -26,10 +26,9 @@ VR::~VR() {
   if (OwnsData && Data) delete[] static_cast<char*>(Data);
   Data = nullptr;
   if (SequenceItems) {
-    while (SequenceItems->GetSize()) {
-      delete SequenceItems->Get(0);
-      SequenceItems->RemoveAt(0);
-    }
+    // First to last; the nodes go with the list.
+    for (uint32_t i = 0; i < SequenceItems->GetSize(); ++i) delete SequenceItems->Get(i);
+    SequenceItems->RemoveAll();
     delete SequenceItems;
     SequenceItems = nullptr;
   }

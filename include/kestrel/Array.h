@@ -3,10 +3,15 @@
 #include <cstdint>
 #include <new>
 #include <utility>
+#include <vector>
 
 // The two containers everything in the data model rests on: a doubly linked list with index
-// access through a cursor, and a binary min-heap of pointers kept in such a list. Small heaps
-// (one per group, a few dozen elements) never reallocate; a forward walk by index is linear.
+// access through a cursor, and a binary min-heap of pointers kept in such a list.
+//
+// Beside the links the list keeps a table of its nodes, so that reaching an index costs the
+// same however far it is from the cursor: the heap jumps between parent and child, and a
+// walk along the links would make a group of n elements cost O(n^2) to fill and drain, which
+// a hostile file can exploit. The cursor fields are kept exactly as the walk would leave them.
 
 template <class T>
 struct ArrayNode {
@@ -36,6 +41,7 @@ class Array {
   // Appends at the tail and returns the value.
   T& Add(const T& value) {
     auto* node = new ArrayNode<T>{value, Tail, nullptr};
+    nodes_.push_back(node);
     if (Tail)
       Tail->Next = node;
     else
@@ -65,9 +71,10 @@ class Array {
       node->Next->Prev = node->Prev;
     else
       Tail = node->Prev;
-    // The removed node was made the cursor by NodeAt; the one before it keeps the walk short.
+    // The removed node was made the cursor by NodeAt; the one before it takes its place.
     Cursor = node->Prev;
     CursorIndex = index ? index - 1 : 0;
+    nodes_.erase(nodes_.begin() + index);
     delete node;
     --Count;
     return true;
@@ -83,36 +90,16 @@ class Array {
     }
     Tail = Cursor = nullptr;
     Count = CursorIndex = 0;
+    nodes_.clear();
   }
 
  protected:
-  // The cursor rule: out of range gives null; the index right after the cursor steps once;
-  // otherwise walk from the nearer end. The node reached becomes the cursor. Starting the walk
-  // from the cursor when it is nearer reaches the same node, only sooner.
+  // The cursor rule: out of range gives null; otherwise the node at `index` becomes the cursor.
   ArrayNode<T>* NodeAt(uint32_t index) {
     if (index >= Count) return nullptr;
-    ArrayNode<T>* node;
-    if (Cursor && index == CursorIndex + 1) {
-      node = Cursor->Next;
-    } else {
-      uint32_t fromEnd = index < Count / 2 ? index : Count - index - 1;
-      uint32_t fromCursor = UINT32_MAX;
-      if (Cursor) fromCursor = index > CursorIndex ? index - CursorIndex : CursorIndex - index;
-      if (fromCursor < fromEnd) {
-        node = Cursor;
-        for (uint32_t i = CursorIndex; i < index; ++i) node = node->Next;
-        for (uint32_t i = CursorIndex; i > index; --i) node = node->Prev;
-      } else if (index < Count / 2) {
-        node = Head;
-        for (uint32_t i = 0; i < index; ++i) node = node->Next;
-      } else {
-        node = Tail;
-        for (uint32_t i = Count - 1; i > index; --i) node = node->Prev;
-      }
-    }
-    Cursor = node;
+    Cursor = nodes_[index];
     CursorIndex = index;
-    return node;
+    return Cursor;
   }
 
  private:
@@ -121,6 +108,8 @@ class Array {
     value = T{};
     return value;
   }
+
+  std::vector<ArrayNode<T>*> nodes_;
 };
 
 // A binary min-heap over the list: children of i are 2i+1 and 2i+2, the parent (i-1)/2. T is a
