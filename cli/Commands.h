@@ -1,0 +1,8 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+// Each sub-command adds itself to the app; its callback leaves its exit code in `exitCode`.
+void AddDumpCommand(CLI::App& app, int& exitCode);
+void AddConvertCommand(CLI::App& app, int& exitCode);
+void AddNameCommand(CLI::App& app, int& exitCode);

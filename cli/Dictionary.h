@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+class RTC;
+
+// The data dictionary the tool attaches: `path` when given, else the one shipped beside the
+// tool (share/kestrel/dicom.bin, or its text form). Null when none could be loaded; the caller
+// deletes the result.
+RTC* LoadToolDictionary(const std::string& path, std::string& error);

@@ -1,0 +1,200 @@
+#!/usr/bin/python3
+"""Round trip of pydicom's sample files through `kestrel convert`, checked by DCMTK and
+pydicom, and `kestrel dump --json` compared with DCMTK's dcm2json.
+
+For every sample that dcmdump reads:
+  - kestrel convert must write a file that dcmdump reads without an error, or refuse with
+    exit 3 when the file's transfer syntax is one the library cannot read;
+  - every element outside group 0002 (group lengths aside) must come back with the same
+    value bytes; the only changes allowed are the padding of an odd-length value and the
+    byte order of a big endian source;
+  - where dcm2json can write the file, kestrel's JSON must hold the same attributes with the
+    same values.
+"""
+import json
+import math
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import pydicom
+from pydicom.dataelem import RawDataElement
+from pydicom.tag import Tag
+
+KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
+SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
+PIXEL_DATA = Tag(0x7FE0, 0x0010)
+SWAP_WIDTH = {"US": 2, "SS": 2, "OW": 2, "AT": 2, "UL": 4, "SL": 4, "FL": 4, "OL": 4, "OF": 4,
+              "FD": 8, "OD": 8, "OV": 8, "SV": 8, "UV": 8}
+# Syntaxes the library carries; a file in any other one is refused, not converted.
+READABLE = {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2",
+            "1.2.840.10008.1.2.5", "1.2.840.10008.1.2.4.70", "1.2.840.10008.1.2.4.90",
+            "1.2.840.10008.1.2.4.91"} | {"1.2.840.10008.1.2.4.%d" % n for n in range(50, 67)}
+
+
+def run(*args):
+    return subprocess.run(args, capture_output=True, text=True, errors="replace")
+
+
+def samples():
+    names = sorted(n for n in os.listdir(SAMPLES) if n.endswith(".dcm"))
+    return [os.path.join(SAMPLES, n) for n in names]
+
+
+def dcmdump_reads(path):
+    result = run("dcmdump", "-q", path)
+    return result.returncode == 0 and "E: " not in result.stderr
+
+
+def little_endian(raw, vr, big_endian):
+    data = raw or b""
+    width = SWAP_WIDTH.get(vr, 1)
+    if not big_endian or width == 1:
+        return data
+    return b"".join(data[i:i + width][::-1] for i in range(0, len(data) - len(data) % width, width))
+
+
+def unpadded(data):
+    # An odd-length value comes back with one padding byte.
+    return data[:-1] if len(data) % 2 == 0 and data[-1:] in (b"\0", b" ") else data
+
+
+def is_sequence(dataset, tag):
+    try:
+        return dataset[tag].VR == "SQ"
+    except Exception:  # a value pydicom cannot convert is compared as bytes
+        return False
+
+
+def compare(original, converted, where, problems, big_endian):
+    for tag in original.keys():
+        if tag.group == 2 or tag.element == 0:
+            continue
+        label = "%s %s" % (where, tag)
+        if tag not in converted:
+            problems.append("%s: missing after conversion" % label)
+            continue
+        if tag != PIXEL_DATA and is_sequence(original, tag):
+            items_a, items_b = original[tag].value, converted[tag].value
+            if not items_a and not items_b:
+                continue
+            if not isinstance(items_b, pydicom.sequence.Sequence) or len(items_a) != len(items_b):
+                problems.append("%s: sequence of %d items became %r" % (label, len(items_a), items_b))
+                continue
+            for i, (x, y) in enumerate(zip(items_a, items_b)):
+                compare(x, y, "%s[%d]" % (label, i), problems, big_endian)
+            continue
+        a, b = original.get_item(tag), converted.get_item(tag)
+        raw_a = a.value if isinstance(a, RawDataElement) else None
+        raw_b = b.value if isinstance(b, RawDataElement) else None
+        if raw_a is None or raw_b is None:
+            continue  # already converted by pydicom: compared through the items above
+        vr = a.VR or b.VR or original[tag].VR
+        va = little_endian(raw_a, vr, big_endian[0])
+        vb = little_endian(raw_b, vr, big_endian[1])
+        if va != vb and unpadded(vb) != va and unpadded(va) != unpadded(vb):
+            problems.append("%s: value %r became %r" % (label, va[:40], vb[:40]))
+
+
+def json_values_equal(a, b):
+    if isinstance(a, (int, float)) and isinstance(b, (int, float)):
+        return math.isclose(a, b, rel_tol=1e-6, abs_tol=1e-9)
+    if isinstance(a, str) and isinstance(b, str):
+        return a.strip() == b.strip()
+    if isinstance(a, dict) and isinstance(b, dict):
+        return set(a) == set(b) and all(json_values_equal(a[k], b[k]) for k in a)
+    if isinstance(a, list) and isinstance(b, list):
+        return len(a) == len(b) and all(json_values_equal(x, y) for x, y in zip(a, b))
+    return a == b
+
+
+def compare_json(ours, theirs, where, problems):
+    for key, element in theirs.items():
+        # dcm2json rewrites the character set as it transcodes to UTF-8.
+        if key == "00080005":
+            continue
+        if key not in ours:
+            problems.append("%s %s: missing from kestrel's JSON" % (where, key))
+            continue
+        mine = ours[key]
+        if element.get("vr") == "SQ" or mine.get("vr") == "SQ":
+            items_a, items_b = element.get("Value", []), mine.get("Value", [])
+            if len(items_a) != len(items_b):
+                problems.append("%s %s: %d items, dcm2json %d" % (where, key, len(items_b), len(items_a)))
+            for i, (x, y) in enumerate(zip(items_b, items_a)):
+                compare_json(x, y, "%s %s[%d]" % (where, key, i), problems)
+            continue
+        # VRs both toolkits learnt from a dictionary may differ for multi-VR and private tags;
+        # the value must not.
+        for field in ("Value", "InlineBinary"):
+            if field in element and field in mine and not json_values_equal(mine[field], element[field]):
+                problems.append("%s %s: %s %r, dcm2json %r" % (where, key, field,
+                                                               str(mine[field])[:60], str(element[field])[:60]))
+            elif (field in element) != (field in mine) and element.get("vr") == mine.get("vr"):
+                problems.append("%s %s: %s present on one side only" % (where, key, field))
+    for key in ours:
+        if key not in theirs and key != "00080005":
+            problems.append("%s %s: only in kestrel's JSON" % (where, key))
+
+
+class SampleFilesTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        if not os.path.isdir(SAMPLES) or not any(True for _ in samples()):
+            raise unittest.SkipTest("pydicom's sample files are not installed")
+        for tool in ("dcmdump", "dcm2json"):
+            if run("which", tool).returncode != 0:
+                raise unittest.SkipTest("DCMTK's %s is not installed" % tool)
+        cls.readable = [p for p in samples() if dcmdump_reads(p)]
+
+    def test_convert_round_trip(self):
+        converted = 0
+        with tempfile.TemporaryDirectory() as work:
+            for path in self.readable:
+                name = os.path.basename(path)
+                with self.subTest(file=name):
+                    original = pydicom.dcmread(path, force=True)
+                    syntax = str(getattr(original.file_meta, "TransferSyntaxUID", "") or "")
+                    out = os.path.join(work, name)
+                    result = run(KESTREL, "convert", path, out)
+                    if syntax and syntax not in READABLE:
+                        self.assertEqual(result.returncode, 3, result.stderr)
+                        self.assertFalse(os.path.exists(out), "a refused file was written")
+                        continue
+                    self.assertEqual(result.returncode, 0, result.stderr)
+                    dump = run("dcmdump", out)
+                    self.assertEqual(dump.returncode, 0, dump.stderr)
+                    self.assertNotIn("E: ", dump.stderr)
+                    problems = []
+                    result = pydicom.dcmread(out)
+                    big_endian = (not original.is_little_endian, not result.is_little_endian)
+                    compare(original, result, name, problems, big_endian)
+                    self.assertEqual(problems, [])
+                    converted += 1
+        self.assertGreater(converted, 40)
+
+    def test_json_matches_dcm2json(self):
+        compared = 0
+        for path in self.readable:
+            name = os.path.basename(path)
+            syntax = str(getattr(pydicom.dcmread(path, stop_before_pixels=True, force=True).file_meta,
+                                 "TransferSyntaxUID", "") or "")
+            if syntax and syntax not in READABLE:
+                continue
+            theirs = run("dcm2json", path)
+            if theirs.returncode != 0:
+                continue  # dcm2json writes no compressed pixel data
+            with self.subTest(file=name):
+                ours = run(KESTREL, "dump", "--json", path)
+                self.assertEqual(ours.returncode, 0, ours.stderr)
+                problems = []
+                compare_json(json.loads(ours.stdout), json.loads(theirs.stdout), name, problems)
+                self.assertEqual(problems, [])
+                compared += 1
+        self.assertGreater(compared, 25)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
