@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# The main job on a fresh machine: set up, build, then convert every sample DICOM file that
+# pydicom ships into the Kestrel home (embedded default) and dump one of them.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh build
+home="${KESTREL_HOME:-$HOME/.local/share/kestrel}"
+out="$home/converted"
+mkdir -p "$out"
+samples=/usr/lib/python3/dist-packages/pydicom/data/test_files
+done=0 failed=0
+for f in "$samples"/*.dcm; do
+  if build/bin/kestrel convert "$f" "$out/$(basename "$f")" 2>/dev/null; then
+    done=$((done + 1))
+  else
+    failed=$((failed + 1))
+  fi
+done
+echo "converted $done sample files into $out ($failed refused: damaged or unsupported syntax)"
+build/bin/kestrel dump "$out/CT_small.dcm" | head -n 20
