@@ -13,7 +13,7 @@ samples=/usr/lib/python3/dist-packages/pydicom/data/test_files
 for target in decode_fuzzer loadfile_fuzzer; do
   corpus="fuzz/corpus/$target"
   mkdir -p "$corpus"
-  # Seed with real files (the decoder corpus gets them without preamble, mode byte first).
+  # Start the corpus from real files (the decoder gets them without preamble, mode byte first).
   if [ -d "$samples" ] && [ -z "$(ls -A "$corpus")" ]; then
     for f in "$samples"/*.dcm; do
       size=$(stat -c %s "$f")
