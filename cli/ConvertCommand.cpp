@@ -1,5 +1,6 @@
 // kestrel convert: reads a DICOM file and writes it again with our file meta information,
 // optionally in another transfer syntax.
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -41,6 +42,9 @@ int Convert(const ConvertOptions& options) {
   if (!dictionary && !options.dictionary.empty()) return Fail(error, kExitUsage);
   service.AttachRTC(dictionary, true);
 
+  std::error_code ec;
+  if (std::filesystem::is_directory(options.in, ec))
+    return Fail(options.in + ": is a directory", kExitLocalFailure);
   std::unique_ptr<DICOMDataObject> object(service.LoadFile(options.in.c_str()));
   if (!object) return Fail(options.in + ": cannot open the file", kExitLocalFailure);
   VR* syntaxElement = object->Find(2, 0x0010);

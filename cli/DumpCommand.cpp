@@ -1,5 +1,6 @@
 // kestrel dump: prints the data set of each file, as text or in the DICOM JSON model.
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -99,12 +100,17 @@ void PrintObject(DICOMObject* object, int depth, std::ostream& out) {
 
 int DumpFile(PDU_Service& service, const std::string& path, const DumpOptions& options,
              nlohmann::ordered_json* all, uint64_t& bytes) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    std::cerr << "kestrel dump: " << path << ": is a directory\n";
+    return kExitLocalFailure;
+  }
   std::unique_ptr<DICOMDataObject> object(service.LoadFile(path.c_str()));
   if (!object) {
     std::cerr << "kestrel dump: " << path << ": cannot open the file\n";
     return kExitLocalFailure;
   }
-  bytes += object->Length;
+  bytes += std::filesystem::file_size(path, ec);
   if (object->Groups.GetSize() == 0) {
     std::cerr << "kestrel dump: " << path << ": no DICOM data could be read\n";
     return kExitLocalFailure;
