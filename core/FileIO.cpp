@@ -233,7 +233,10 @@ bool DICOMCodec::SaveFile(const char* path, int form, DICOMObject* object,
     ok = AddFileMeta(object, transferSyntaxUID);
     buffer.WriteZeros(kPreambleLength);
     buffer.WriteBytes("DICM", 4);
-    int metaMode = form == 2 ? kModeImplicitLittle : kModeExplicitLittle;
+    // Form 2 once wrote its meta group with the implicit encoder; every reader expects the
+    // meta group in explicit VR (PS3.10 7.1), and the group length counts the explicit header
+    // of (0002,0001), so both forms now write it that way.
+    int metaMode = kModeExplicitLittle;
     ok = (HasGroupBelowMeta(object) ? EncodeMetaFirst(object, buffer, metaMode)
                                     : Encode(object, buffer, metaMode, false)) &&
          ok;

@@ -52,10 +52,10 @@ class KESTREL_API DICOMCodec {
   DICOMDataObject* LoadFile(const char* path);
   bool WasLastLoadComplete() const { return lastLoadComplete_; }
   // Writes `object`, which the encoding empties. Form 1: no preamble nor meta group, implicit
-  // VR little endian; 2: preamble, "DICM", meta group, implicit VR little endian encoder; 3: the
-  // same with the meta group in explicit VR little endian and the rest in the transfer syntax
-  // of (0002,0010). The file appears only once completely written. `transferSyntaxUID` may be
-  // null or empty.
+  // VR little endian. Forms 2 and 3: preamble, "DICM", the meta group in explicit VR little
+  // endian, then the rest in the transfer syntax of (0002,0010) (form 2 is kept for callers
+  // that name it; no reader accepts an implicit meta group). The file appears only once
+  // completely written. `transferSyntaxUID` may be null or empty.
   bool SaveFile(const char* path, int form, DICOMObject* object, const char* transferSyntaxUID);
   // Replaces the group 0002 of `object` with a new file meta group.
   bool AddFileMeta(DICOMObject* object, const char* transferSyntaxUID);
