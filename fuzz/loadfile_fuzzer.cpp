@@ -6,11 +6,11 @@
 #include <string>
 
 #include "fuzz/FuzzDictionary.h"
-#include "kestrel/PDU_Service.h"
+#include "kestrel/DICOMCodec.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static PDU_Service* service = [] {
-    auto* s = new PDU_Service;
+  static DICOMCodec* service = [] {
+    auto* s = new DICOMCodec;
     s->AttachRTC(FuzzDictionary(), true);
     return s;
   }();
