@@ -1,21 +1,362 @@
+// Association set-up: the acceptance table, the requester's A-ASSOCIATE exchange and the
+// acceptor's answer to a request (PS3.8 9.3.2 to 9.3.4).
 #include "kestrel/PDU_Service.h"
 
+#include <cctype>
 #include <cstring>
+#include <string>
 
-PDU_Service::PDU_Service() = default;
-PDU_Service::~PDU_Service() = default;
+#include "net/Counters.h"
+#include "net/PDU_ServiceState.h"
 
-bool PDU_Service::SetLocalAddress(const std::string& aeTitle) {
-  // The field is 16 bytes filled with spaces; a longer title would overflow it.
-  if (aeTitle.size() > 16) return false;
-  std::memset(localAE_, ' ', 16);
-  std::memcpy(localAE_, aeTitle.data(), aeTitle.size());
-  localAE_[16] = 0;
-  return true;
-}
+namespace pdu = KESTREL::pdu;
+using KESTREL::AcceptanceTable;
 
-std::string PDU_Service::GetLocalAETitle() const {
-  std::string title(localAE_);
+namespace {
+
+constexpr char kImplicitLittleEndian[] = "1.2.840.10008.1.2";
+
+// A-ASSOCIATE-RJ fields, PS3.8 Table 9-21: the acceptor's refusals are permanent and come from
+// the service user.
+constexpr uint8_t kRejectPermanent = 1;
+constexpr uint8_t kRejectSourceUser = 1;
+constexpr uint8_t kReasonNone = 1;
+constexpr uint8_t kReasonApplicationContext = 2;
+constexpr uint8_t kReasonCallingAE = 3;
+constexpr uint8_t kReasonCalledAE = 7;
+
+std::string Trimmed(const char* field) {
+  std::string title(field);
   while (!title.empty() && title.back() == ' ') title.pop_back();
   return title;
 }
+
+// An AE title as the checks compare it: cut at its first white space.
+std::string CutAtSpace(const char* title) {
+  const char* end = title;
+  while (*end && !std::isspace(static_cast<unsigned char>(*end))) ++end;
+  return std::string(title, end);
+}
+
+bool ContainsSyntax(const PresentationContext& context, const UID& syntax) {
+  for (const UID& proposed : context.TransferSyntaxes) {
+    if (proposed == syntax) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+PDU_Service::PDU_Service(const char* configFile) : state_(std::make_unique<State>(this)) {
+  state_->table.Load(configFile);
+}
+
+PDU_Service::~PDU_Service() { socket_.Close(); }
+
+int PDU_Service::ReadBytes(void* buffer, uint32_t length) { return socket_.Recv(buffer, length); }
+
+int PDU_Service::SendBytes(const void* buffer, uint32_t length) {
+  return socket_.Send(buffer, length);
+}
+
+bool PDU_Service::CheckTransferSyntax(const UID& uid) {
+  return state_->table.Accepts(AcceptanceTable::kTransferSyntax, uid.ToString());
+}
+
+bool PDU_Service::CheckRemoteAE(const char* title) {
+  return state_->table.Accepts(AcceptanceTable::kRemoteAE, CutAtSpace(title));
+}
+
+bool PDU_Service::CheckLocalAE(const char* title) {
+  return state_->table.Accepts(AcceptanceTable::kLocalAE, CutAtSpace(title));
+}
+
+bool PDU_Service::CheckApplicationContext(const UID& uid) {
+  return state_->table.Accepts(AcceptanceTable::kApplicationContext, uid.ToString());
+}
+
+bool PDU_Service::CheckExtra(const char* callingAE, const char* calledAE) { return true; }
+
+bool PDU_Service::CheckAbstractSyntax(const UID& uid) {
+  return state_->table.Accepts(AcceptanceTable::kAbstractSyntax, uid.ToString());
+}
+
+bool PDU_Service::AddDefaultTransferSyntaxes(PresentationContext& context) {
+  context.AddTransferSyntax(kImplicitLittleEndian);
+  return true;
+}
+
+bool PDU_Service::GetImplementationClass(std::string& uid) {
+  return DICOMCodec::GetImplementationClass(uid);
+}
+
+bool PDU_Service::GetImplementationVersion(std::string& name) {
+  return DICOMCodec::GetImplementationVersion(name);
+}
+
+int PDU_Service::SetApplicationContext(const UID& uid) {
+  state_->request.ApplicationContext = uid;
+  return 1;
+}
+
+bool PDU_Service::SetLocalAddress(const std::string& aeTitle) {
+  if (aeTitle.size() > 16) return false;
+  pdu::SetAETitleField(state_->request.CallingAE, aeTitle.data(), aeTitle.size());
+  return true;
+}
+
+bool PDU_Service::SetRemoteAddress(const std::string& aeTitle) {
+  if (aeTitle.size() > 16) return false;
+  pdu::SetAETitleField(state_->request.CalledAE, aeTitle.data(), aeTitle.size());
+  return true;
+}
+
+int PDU_Service::AddAbstractSyntax(const UID& uid) {
+  state_->abstractSyntaxes.push_back(uid);
+  return 1;
+}
+
+void PDU_Service::SendPDU(const std::vector<uint8_t>& bytes) {
+  state_->transport.Write(bytes.data(), bytes.size());
+  (void)state_->transport.Flush();  // a failed send shows at the next read
+}
+
+// Closes the connection; a listen socket (Multiplex) stays open.
+void PDU_Service::Drop() {
+  state_->associated = false;
+  state_->dataLeft = 0;
+  state_->messageStarted = false;
+  state_->message.reset();
+  state_->transport.DiscardInput();
+  socket_.Disconnect();
+}
+
+void PDU_Service::AbortAndDrop(uint8_t source, uint8_t reason) {
+  std::vector<uint8_t> bytes;
+  pdu::EncodeAbort(source, reason, bytes);
+  SendPDU(bytes);
+  Drop();
+}
+
+// The reserved byte and length after a type byte, then the body. Bodies of association PDUs
+// are small; a longer one is refused before anything is read into memory, and the body grows
+// only as its bytes arrive.
+bool PDU_Service::ReadAssociationBody(std::vector<uint8_t>& body) {
+  uint8_t reserved;
+  uint32_t length;
+  if (!state_->transport.Read8(reserved) || !state_->transport.ReadBig32(length)) return false;
+  if (length > kMaxAssociationPDU) return false;
+  return state_->transport.ReadInto(body, length);
+}
+
+int PDU_Service::Connect(const char* host, const char* port, const char* transferSyntax) {
+  State& state = *state_;
+  state.associated = false;
+  state.request.Contexts.clear();
+  state.accepted.clear();
+  if (state.abstractSyntaxes.empty()) return 0;
+
+  // Every presentation context made draws an ID, this scratch one too; each proposed context
+  // then draws its own, so the IDs of one request are odd and increasing, not adjacent.
+  PresentationContext scratch;
+  for (const UID& abstractSyntax : state.abstractSyntaxes) {
+    PresentationContext context;
+    context.PresentationContextID = KESTREL::DrawPresentationContextID();
+    context.AbstractSyntax = abstractSyntax;
+    if (transferSyntax)
+      context.AddTransferSyntax(transferSyntax);
+    else
+      AddDefaultTransferSyntaxes(context);
+    state.request.Contexts.push_back(std::move(context));
+  }
+  state.request.User.MaximumLength = kMaximumLength;
+  GetImplementationClass(state.request.User.ImplementationClass);
+  GetImplementationVersion(state.request.User.ImplementationVersion);
+
+  if (!socket_.Open(host, port)) return 0;
+  state.transport.DiscardInput();
+  std::vector<uint8_t> bytes;
+  pdu::EncodeAssociate(pdu::kAssociateRQ, state.request, bytes);
+  SendPDU(bytes);
+
+  uint8_t type = 0;
+  std::vector<uint8_t> body;
+  if (!state.transport.Read8(type) || !ReadAssociationBody(body)) {
+    Drop();
+    return 0;
+  }
+  if (type == pdu::kAssociateRJ) {
+    pdu::DecodeReject(body.data(), body.size(), state.reject);
+    Drop();
+    return 0;
+  }
+  pdu::AssociatePDU answer;
+  if (type != pdu::kAssociateAC ||
+      !pdu::DecodeAssociate(pdu::kAssociateAC, body.data(), body.size(), answer)) {
+    Drop();
+    return 0;
+  }
+  state.peer = answer.User;
+  // Only contexts we proposed, accepted with a transfer syntax we proposed for them, count.
+  for (const PresentationContext& result : answer.Contexts) {
+    if (result.Result != PresentationContext::kAcceptance || result.TransferSyntaxes.size() != 1)
+      continue;
+    for (const PresentationContext& proposed : state.request.Contexts) {
+      if (proposed.PresentationContextID != result.PresentationContextID ||
+          !ContainsSyntax(proposed, result.TransferSyntaxes[0]))
+        continue;
+      PresentationContext accepted = result;
+      accepted.AbstractSyntax = proposed.AbstractSyntax;
+      state.accepted.push_back(std::move(accepted));
+      break;
+    }
+  }
+  if (state.accepted.empty()) {
+    Drop();
+    return 0;
+  }
+  state.associated = true;
+  return 1;
+}
+
+int PDU_Service::Listen(const char* port) {
+  if (!socket_.Listen(port) || !socket_.Accept()) return 0;
+  return AnswerRequest();
+}
+
+int PDU_Service::Multiplex(const char* port) {
+  if (!socket_.Listen(port)) return 0;
+  for (;;) {
+    if (!socket_.Accept()) return 0;
+    if (AnswerRequest()) return 1;
+  }
+}
+
+int PDU_Service::ServeSocket(int handle) {
+  if (!socket_.Attach(handle)) return 0;
+  if (AnswerRequest()) return 1;
+  socket_.Close();
+  return 0;
+}
+
+// Reads the A-ASSOCIATE-RQ of a newly connected peer and accepts or rejects it (PS3.8 9.3.2 to
+// 9.3.4). A peer that sends anything else, or a malformed or oversized request, is aborted.
+int PDU_Service::AnswerRequest() {
+  State& state = *state_;
+  state.associated = false;
+  state.accepted.clear();
+  state.request = pdu::AssociatePDU();
+  state.transport.DiscardInput();
+  uint8_t type = 0;
+  if (!state.transport.Read8(type)) {
+    Drop();
+    return 0;
+  }
+  std::vector<uint8_t> body;
+  if (type != pdu::kAssociateRQ) {
+    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortUnexpectedPDU);
+    return 0;
+  }
+  if (!ReadAssociationBody(body) ||
+      !pdu::DecodeAssociate(pdu::kAssociateRQ, body.data(), body.size(), state.request)) {
+    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
+    return 0;
+  }
+  state.peer = state.request.User;
+
+  uint8_t reason = 0;
+  if (!state.request.ApplicationContextValid ||
+      !CheckApplicationContext(state.request.ApplicationContext))
+    reason = kReasonApplicationContext;
+  else if (!CheckRemoteAE(state.request.CallingAE))
+    reason = kReasonCallingAE;
+  else if (!CheckLocalAE(state.request.CalledAE))
+    reason = kReasonCalledAE;
+  else if (!CheckExtra(state.request.CallingAE, state.request.CalledAE))
+    reason = kReasonNone;
+
+  pdu::AssociatePDU answer;
+  if (!reason) {
+    for (const PresentationContext& proposed : state.request.Contexts) {
+      PresentationContext result = proposed;  // a copy draws no ID
+      result.TransferSyntaxes.clear();
+      result.Result = PresentationContext::kTransferSyntaxesNotSupported;
+      for (const UID& syntax : proposed.TransferSyntaxes) {
+        if (CheckTransferSyntax(syntax)) {
+          result.Result = PresentationContext::kAcceptance;
+          result.TransferSyntaxes.push_back(syntax);
+          break;
+        }
+      }
+      if (proposed.AbstractSyntax.IsEmpty() || !CheckAbstractSyntax(proposed.AbstractSyntax))
+        result.Result = PresentationContext::kAbstractSyntaxNotSupported;
+      if (result.Result == PresentationContext::kAcceptance) state.accepted.push_back(result);
+      // A refused context still names one transfer syntax, which the peer ignores (PS3.8
+      // 9.3.3.2).
+      if (result.TransferSyntaxes.empty())
+        result.TransferSyntaxes.push_back(proposed.TransferSyntaxes.empty()
+                                              ? UID(kImplicitLittleEndian)
+                                              : proposed.TransferSyntaxes[0]);
+      result.AbstractSyntax = UID();
+      answer.Contexts.push_back(std::move(result));
+    }
+    if (state.accepted.empty()) reason = kReasonNone;
+  }
+
+  std::vector<uint8_t> bytes;
+  if (reason) {
+    pdu::EncodeReject(kRejectPermanent, kRejectSourceUser, reason, bytes);
+    SendPDU(bytes);
+    state.accepted.clear();
+    Drop();
+    return 0;
+  }
+  std::memcpy(answer.CalledAE, state.request.CalledAE, sizeof answer.CalledAE);
+  std::memcpy(answer.CallingAE, state.request.CallingAE, sizeof answer.CallingAE);
+  answer.ApplicationContext = state.request.ApplicationContext;
+  answer.User.MaximumLength = kMaximumLength;
+  GetImplementationClass(answer.User.ImplementationClass);
+  GetImplementationVersion(answer.User.ImplementationVersion);
+  pdu::EncodeAssociate(pdu::kAssociateAC, answer, bytes);
+  SendPDU(bytes);
+  state.associated = true;
+  return 1;
+}
+
+bool PDU_Service::IsAssociated() const { return state_->associated; }
+int PDU_Service::GetRejectResult() const { return state_->reject.Result; }
+int PDU_Service::GetRejectSource() const { return state_->reject.Source; }
+int PDU_Service::GetRejectReason() const { return state_->reject.Reason; }
+std::string PDU_Service::GetCallingAETitle() const { return Trimmed(state_->request.CallingAE); }
+std::string PDU_Service::GetCalledAETitle() const { return Trimmed(state_->request.CalledAE); }
+std::string PDU_Service::GetLocalAETitle() const { return GetCallingAETitle(); }
+
+const std::vector<PresentationContext>& PDU_Service::GetProposedContexts() const {
+  return state_->request.Contexts;
+}
+
+const std::vector<PresentationContext>& PDU_Service::GetAcceptedContexts() const {
+  return state_->accepted;
+}
+
+const PresentationContext* PDU_Service::FindAcceptedContext(const UID& abstractSyntax) const {
+  const PresentationContext* found = nullptr;
+  for (const PresentationContext& context : state_->accepted) {
+    if (context.AbstractSyntax != abstractSyntax) continue;
+    if (context.PresentationContextID == state_->lastContext) return &context;
+    if (!found) found = &context;
+  }
+  return found;
+}
+
+const PresentationContext* PDU_Service::FindAcceptedContext(uint8_t contextID) const {
+  for (const PresentationContext& context : state_->accepted) {
+    if (context.PresentationContextID == contextID) return &context;
+  }
+  return nullptr;
+}
+
+uint8_t PDU_Service::GetLastPresentationContextID() const { return state_->lastContext; }
+uint32_t PDU_Service::GetPeerMaximumLength() const { return state_->peer.MaximumLength; }
+int PDU_Service::SetTimeout(uint32_t seconds) { return socket_.SetTimeout(seconds); }
+uint32_t PDU_Service::GetTimeout() const { return socket_.GetTimeout(); }

@@ -6,15 +6,19 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DKESTREL_FUZZ=ON -DKESTREL_TESTS=OFF -DKESTREL_BENCH=OFF -DKESTREL_SANITIZE=ON >/dev/null
-cmake --build build-fuzz -j "$(nproc)" --target decode_fuzzer loadfile_fuzzer
+cmake --build build-fuzz -j "$(nproc)" --target decode_fuzzer loadfile_fuzzer pdu_fuzzer
 [ "${1:-}" = "--build-only" ] && exit 0
 seconds="${1:-60}"
 samples=/usr/lib/python3/dist-packages/pydicom/data/test_files
-for target in decode_fuzzer loadfile_fuzzer; do
+for target in decode_fuzzer loadfile_fuzzer pdu_fuzzer; do
   corpus="fuzz/corpus/$target"
   mkdir -p "$corpus"
+  # The PDU reader starts from whole conversations (fuzz/make_pdu_seeds.py).
+  if [ "$target" = pdu_fuzzer ] && [ -z "$(ls -A "$corpus")" ]; then
+    /usr/bin/python3 fuzz/make_pdu_seeds.py "$corpus"
+  fi
   # Start the corpus from real files (the decoder gets them without preamble, mode byte first).
-  if [ -d "$samples" ] && [ -z "$(ls -A "$corpus")" ]; then
+  if [ "$target" != pdu_fuzzer ] && [ -d "$samples" ] && [ -z "$(ls -A "$corpus")" ]; then
     for f in "$samples"/*.dcm; do
       size=$(stat -c %s "$f")
       [ "$size" -lt 65536 ] || continue

@@ -1,0 +1,186 @@
+#include "ServeDispatcher.h"
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "kestrel/DICOMObject.h"
+#include "kestrel/DIMSEC.h"
+#include "kestrel/PDU_Service.h"
+#include "kestrel/StandardStorage.h"
+#include "kestrel/Verification.h"
+
+namespace {
+
+constexpr uint16_t kCommandGroup = 0x0000;
+constexpr uint16_t kAffectedSOPClassUID = 0x0002;
+constexpr uint16_t kRequestedSOPClassUID = 0x0003;
+constexpr uint16_t kCommandField = 0x0100;
+constexpr uint16_t kMessageID = 0x0110;
+constexpr uint16_t kMessageIDBeingRespondedTo = 0x0120;
+constexpr uint16_t kDataSetType = 0x0800;
+constexpr uint16_t kStatus = 0x0900;
+constexpr uint16_t kNoDataSet = 0x0101;
+constexpr uint16_t kCancelField = 0x0FFF;
+constexpr uint16_t kResponseBit = 0x8000;
+constexpr uint32_t kRequestTimeout = 30;  // seconds
+
+// Only transfer syntaxes the codec can read are accepted: a data set in any other could not be
+// decoded, and the peer should rather use one of its other proposals.
+class ServePDU : public PDU_Service {
+ public:
+  using PDU_Service::PDU_Service;
+  bool CheckTransferSyntax(const UID& uid) override {
+    return TransferSyntaxMode(uid.GetBuffer()) != 0 && PDU_Service::CheckTransferSyntax(uid);
+  }
+};
+
+bool PushCopy(DICOMObject* to, uint16_t element, const void* data, uint32_t length) {
+  auto vr = std::make_unique<VR>(kCommandGroup, element, length, true);
+  if (length && !vr->Data) return false;
+  if (length) std::memcpy(vr->Data, data, length);
+  if (!to->Push(vr.get())) return false;
+  vr.release();
+  return true;
+}
+
+bool PushUS(DICOMObject* to, uint16_t element, uint16_t value) {
+  return PushCopy(to, element, &value, 2);
+}
+
+// Writes each object received as "<SOP Instance UID>.dcm" in the store directory (SaveFile
+// form 3: preamble, explicit VR meta group, data set in the transfer syntax it came in).
+class FileStore : public UnknownStorage {
+ public:
+  FileStore(Dispatcher& dispatcher, PDU_Service& pdu) : dispatcher_(dispatcher), pdu_(pdu) {}
+
+  uint16_t StoreOn(DICOMCommandObject* request, DICOMDataObject* dataSet,
+                   const UID& transferSyntax) override {
+    UID instance;
+    instance.Set(dataSet->Find(0x0008, 0x0018));
+    std::string name = instance.ToString();
+    if (!IsSafeFileUID(name)) return DIMSEStatus::kUnableToProcess;
+    std::string path = dispatcher_.Settings().storeDir + "/" + name + ".dcm";
+    uint64_t bytes = dataSet->Length;
+    dispatcher_.LockName(name);
+    bool saved = pdu_.SaveFile(path.c_str(), 3, dataSet, transferSyntax.GetBuffer());
+    dispatcher_.UnlockName(name);
+    if (!saved) return DIMSEStatus::kOutOfResources;
+    dispatcher_.Counters().bytes += bytes;
+    saved_ = true;
+    return DIMSEStatus::kSuccess;
+  }
+
+  bool Saved() const { return saved_; }
+
+ private:
+  Dispatcher& dispatcher_;
+  PDU_Service& pdu_;
+  bool saved_ = false;
+};
+
+}  // namespace
+
+bool IsSafeFileUID(const std::string& uid) {
+  if (uid.empty() || uid.size() > 64 || uid[0] < '0' || uid[0] > '9') return false;
+  for (char c : uid) {
+    if ((c < '0' || c > '9') && c != '.') return false;
+  }
+  return true;
+}
+
+Dispatcher::Dispatcher(ServeSettings settings, ServeCounters& counters)
+    : settings_(std::move(settings)), counters_(counters) {}
+
+void Dispatcher::Add(uint16_t commandField, Handler handler) {
+  handlers_[commandField] = std::move(handler);
+}
+
+void Dispatcher::LockName(const std::string& name) {
+  std::unique_lock<std::mutex> lock(namesMutex_);
+  namesFree_.wait(lock, [&] { return namesInUse_.count(name) == 0; });
+  namesInUse_.insert(name);
+}
+
+void Dispatcher::UnlockName(const std::string& name) {
+  {
+    std::lock_guard<std::mutex> lock(namesMutex_);
+    namesInUse_.erase(name);
+  }
+  namesFree_.notify_all();
+}
+
+// A request no handler takes: its data set (if any) is read and dropped, and it is answered
+// with "unrecognized operation" on its own context. A C-CANCEL needs no answer.
+bool Dispatcher::AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request) {
+  uint16_t field = request->GetUInt16(kCommandGroup, kCommandField);
+  if (request->Find(kCommandGroup, kDataSetType) &&
+      request->GetUInt16(kCommandGroup, kDataSetType) != kNoDataSet) {
+    DICOMDataObject ignored;
+    if (!pdu.Read(&ignored)) return false;
+  }
+  if (field == kCancelField) return true;
+  if (field & kResponseBit) return false;  // a response nobody asked for
+  DICOMCommandObject response;
+  VR* sopClass = request->Find(kCommandGroup, kAffectedSOPClassUID);
+  if (!sopClass) sopClass = request->Find(kCommandGroup, kRequestedSOPClassUID);
+  bool built = (!sopClass || PushCopy(&response, kAffectedSOPClassUID, sopClass->Data,
+                                      sopClass->Data ? sopClass->Length : 0)) &&
+               PushUS(&response, kCommandField, static_cast<uint16_t>(field | kResponseBit)) &&
+               PushUS(&response, kMessageIDBeingRespondedTo,
+                      request->GetUInt16(kCommandGroup, kMessageID)) &&
+               PushUS(&response, kDataSetType, kNoDataSet) &&
+               PushUS(&response, kStatus, DIMSEStatus::kUnrecognizedOperation);
+  return built && pdu.WriteOnContext(&response, pdu.GetLastPresentationContextID(), true);
+}
+
+void Dispatcher::Serve(int handle) {
+  ServePDU pdu(settings_.configFile.c_str());
+  // A connection that sends no association request holds a worker only as long as the
+  // request timer of PS3.8 9.1.5 (ARTIM) allows, not the whole receive time-out.
+  pdu.SetTimeout(settings_.timeout < kRequestTimeout ? settings_.timeout : kRequestTimeout);
+  if (!pdu.ServeSocket(handle)) {
+    ++counters_.refused;
+    return;
+  }
+  pdu.SetTimeout(settings_.timeout);
+  ++counters_.associations;
+  uint64_t requests = 0;
+  for (;;) {
+    DICOMCommandObject request;
+    if (!pdu.Read(&request)) break;  // released, aborted, timed out or broken
+    ++requests;
+    auto handler = handlers_.find(request.GetUInt16(kCommandGroup, kCommandField));
+    bool ok = handler != handlers_.end() ? handler->second(pdu, &request)
+                                         : AnswerUnsupported(pdu, &request);
+    if (!ok) {
+      pdu.Abort();
+      break;
+    }
+  }
+  if (settings_.verbose)
+    std::fprintf(stderr, "kestrel serve: association %s -> %s ended after %llu requests\n",
+                 pdu.GetCallingAETitle().c_str(), pdu.GetCalledAETitle().c_str(),
+                 static_cast<unsigned long long>(requests));
+}
+
+void AddEchoHandler(Dispatcher& dispatcher) {
+  dispatcher.Add(CEchoRQ::kCommandField,
+                 [&dispatcher](PDU_Service& pdu, DICOMCommandObject* request) {
+                   Verification verification;
+                   if (!verification.Read(&pdu, request)) return false;
+                   ++dispatcher.Counters().echoes;
+                   return true;
+                 });
+}
+
+void AddStoreHandler(Dispatcher& dispatcher) {
+  dispatcher.Add(CStoreRQ::kCommandField,
+                 [&dispatcher](PDU_Service& pdu, DICOMCommandObject* request) {
+                   FileStore store(dispatcher, pdu);
+                   DICOMDataObject dataSet;
+                   bool answered = store.Read(&pdu, request, &dataSet);
+                   ++(store.Saved() ? dispatcher.Counters().stored : dispatcher.Counters().failed);
+                   return answered;
+                 });
+}

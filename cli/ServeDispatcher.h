@@ -1,0 +1,71 @@
+#pragma once
+
+// The DIMSE side of `kestrel serve`: one association at a time per call of Serve, with each
+// request handed to the handler registered for its command field. A service plugs in by adding
+// a handler (C-ECHO and C-STORE here; C-FIND and C-MOVE plug in the same way); a request with
+// no handler is answered "unrecognized operation" (0211).
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+
+class PDU_Service;
+class DICOMCommandObject;
+
+struct ServeSettings {
+  std::string configFile;  // association configuration file; missing means accept all
+  std::string storeDir;    // where received objects are written
+  uint32_t timeout = 0;    // socket receive time-out, seconds
+  bool verbose = false;
+};
+
+struct ServeCounters {
+  std::atomic<uint64_t> associations{0};
+  std::atomic<uint64_t> refused{0};
+  std::atomic<uint64_t> echoes{0};
+  std::atomic<uint64_t> stored{0};
+  std::atomic<uint64_t> failed{0};
+  std::atomic<uint64_t> bytes{0};
+};
+
+class Dispatcher {
+ public:
+  // Answers one request that `pdu` has just read; false when the association cannot go on.
+  using Handler = std::function<bool(PDU_Service& pdu, DICOMCommandObject* request)>;
+
+  Dispatcher(ServeSettings settings, ServeCounters& counters);
+  void Add(uint16_t commandField, Handler handler);
+  // Serves the association on an accepted connection (taken over and closed) until the peer
+  // releases or aborts, the time-out passes or the protocol breaks.
+  void Serve(int handle);
+
+  const ServeSettings& Settings() const { return settings_; }
+  ServeCounters& Counters() { return counters_; }
+  // Serialises writers of the same file name across associations: SaveFile writes
+  // "<name>.partial" first, which two writers must not share.
+  void LockName(const std::string& name);
+  void UnlockName(const std::string& name);
+
+ private:
+  bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request);
+
+  ServeSettings settings_;
+  ServeCounters& counters_;
+  std::map<uint16_t, Handler> handlers_;
+  std::mutex namesMutex_;
+  std::condition_variable namesFree_;
+  std::set<std::string> namesInUse_;
+};
+
+// The handlers of this version of the server.
+void AddEchoHandler(Dispatcher& dispatcher);
+void AddStoreHandler(Dispatcher& dispatcher);
+
+// Whether `uid` may name a file in the store: 1 to 64 characters, digits and dots only,
+// starting with a digit. Anything else could leave the store directory.
+bool IsSafeFileUID(const std::string& uid);

@@ -1,0 +1,118 @@
+// DIMSE-C command sets, PS3.7 9.3 (requests and responses of C-ECHO, C-STORE, C-FIND and
+// C-MOVE).
+#include "kestrel/DIMSEC.h"
+
+#include <memory>
+
+#include "kestrel/DICOMObject.h"
+#include "kestrel/PDU_Service.h"
+#include "net/CommandSet.h"
+
+using namespace KESTREL::command;
+
+namespace {
+
+constexpr uint16_t kDataGroup = 0x0008;
+constexpr uint16_t kSOPInstanceUID = 0x0018;
+
+// A request command set with Priority medium, the element C-STORE, C-FIND and C-MOVE carry.
+DICOMCommandObject* NewPrioritizedRequest(uint16_t commandField, const UID& sopClass,
+                                          uint16_t* messageID) {
+  std::unique_ptr<DICOMCommandObject> command(
+      NewRequest(commandField, kAffectedSOPClassUID, sopClass, messageID));
+  if (!command || !PushUS(command.get(), kPriority, kPriorityMedium)) return nullptr;
+  return command.release();
+}
+
+}  // namespace
+
+int CEchoRQ::Write(PDU_Service* pdu, const UID& sopClass, uint16_t* messageID) {
+  return SendRequest(pdu, sopClass,
+                     NewRequest(kCommandField, kAffectedSOPClassUID, sopClass, messageID), nullptr);
+}
+
+int CEchoRQ::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kNever, pdu, dataSet);
+}
+
+int CEchoRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status) {
+  return SendResponse(pdu, request, NewResponse(kCommandField, request, status), nullptr);
+}
+
+int CEchoRSP::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kNever, pdu, dataSet);
+}
+
+int CStoreRQ::Write(PDU_Service* pdu, const UID& sopClass, DICOMDataObject* dataSet,
+                    uint16_t* messageID) {
+  if (!dataSet) return 0;
+  UID instance;
+  if (!instance.Set(dataSet->Find(kDataGroup, kSOPInstanceUID)) || instance.IsEmpty()) return 0;
+  std::unique_ptr<DICOMCommandObject> command(
+      NewPrioritizedRequest(kCommandField, sopClass, messageID));
+  if (!command || !PushUID(command.get(), kAffectedSOPInstanceUID, instance)) return 0;
+  return SendRequest(pdu, sopClass, command.release(), dataSet);
+}
+
+int CStoreRQ::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kRequired, pdu, dataSet);
+}
+
+int CStoreRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status) {
+  std::unique_ptr<DICOMCommandObject> response(NewResponse(kCommandField, request, status));
+  if (!response) return 0;
+  CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
+  return SendResponse(pdu, request, response.release(), nullptr);
+}
+
+int CStoreRSP::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kNever, pdu, dataSet);
+}
+
+int CFindRQ::Write(PDU_Service* pdu, const UID& sopClass, DICOMDataObject* identifier,
+                   uint16_t* messageID) {
+  if (!identifier) return 0;
+  return SendRequest(pdu, sopClass, NewPrioritizedRequest(kCommandField, sopClass, messageID),
+                     identifier);
+}
+
+int CFindRQ::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kRequired, pdu, dataSet);
+}
+
+int CFindRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status,
+                    DICOMDataObject* match) {
+  return SendResponse(pdu, request, NewResponse(kCommandField, request, status), match);
+}
+
+int CFindRSP::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kOptional, pdu, dataSet);
+}
+
+int CMoveRQ::Write(PDU_Service* pdu, const UID& sopClass, const std::string& moveDestination,
+                   DICOMDataObject* identifier, uint16_t* messageID) {
+  if (!identifier) return 0;
+  std::unique_ptr<DICOMCommandObject> command(
+      NewPrioritizedRequest(kCommandField, sopClass, messageID));
+  if (!command || !PushAE(command.get(), kMoveDestination, moveDestination)) return 0;
+  return SendRequest(pdu, sopClass, command.release(), identifier);
+}
+
+int CMoveRQ::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kRequired, pdu, dataSet);
+}
+
+int CMoveRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status,
+                    const Counts& counts, DICOMDataObject* identifier) {
+  std::unique_ptr<DICOMCommandObject> response(NewResponse(kCommandField, request, status));
+  if (!response || !PushUS(response.get(), kRemainingSubOperations, counts.Remaining) ||
+      !PushUS(response.get(), kCompletedSubOperations, counts.Completed) ||
+      !PushUS(response.get(), kFailedSubOperations, counts.Failed) ||
+      !PushUS(response.get(), kWarningSubOperations, counts.Warning))
+    return 0;
+  return SendResponse(pdu, request, response.release(), identifier);
+}
+
+int CMoveRSP::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
+  return CheckAndRead(command, kCommandField, DataSetRule::kOptional, pdu, dataSet);
+}

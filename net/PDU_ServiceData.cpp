@@ -1,0 +1,225 @@
+// Carrying messages on an association: P-DATA-TF writing and reading (PS3.8 9.3.5 and Annex
+// E), release (9.3.6, 9.3.7) and abort (9.3.8).
+#include <algorithm>
+#include <cstring>
+
+#include "kestrel/PDU_Service.h"
+#include "net/PDU_ServiceState.h"
+
+namespace pdu = KESTREL::pdu;
+
+namespace {
+
+// The transfer syntax reported (and used to decode a data set) when a value arrives on a
+// context that was not accepted.
+constexpr char kFallbackTransferSyntax[] = "1.2.840.10008.1.2";
+constexpr int kModeImplicitLittle = 100;
+
+// Each presentation data value: a 4-byte item length, the context ID and the message control
+// header (PS3.8 Table 9-23), then at least no bytes of the fragment.
+constexpr uint32_t kValueHeader = 6;
+
+}  // namespace
+
+int PDU_Service::WriteOnContext(DICOMObject* object, uint8_t contextID, bool command) {
+  if (!state_->associated || !object) return 0;
+  const PresentationContext* context = FindAcceptedContext(contextID);
+  if (!context || context->TransferSyntaxes.empty()) return 0;
+  int mode =
+      command ? kModeImplicitLittle : TransferSyntaxMode(context->TransferSyntaxes[0].GetBuffer());
+  if (!mode) return 0;
+  ByteBuffer encoded;
+  if (!Encode(object, encoded, mode, true)) return 0;
+
+  const uint8_t* data = encoded.Data();
+  const size_t size = encoded.Size();
+  for (size_t offset = 0; offset < size; offset += kFragmentLength) {
+    const uint32_t length = static_cast<uint32_t>(std::min<size_t>(kFragmentLength, size - offset));
+    uint8_t control = command ? pdu::kCommandBit : 0;
+    if (offset + length == size) control |= pdu::kLastFragmentBit;
+    uint8_t header[12];
+    pdu::EncodeDataHeader(contextID, control, length, header);
+    state_->transport.Write(header, sizeof header);
+    state_->transport.Write(data + offset, length);
+    if (!state_->transport.Flush()) return 0;
+  }
+  return 1;
+}
+
+int PDU_Service::Write(DICOMCommandObject* commandSet, const UID& abstractSyntax) {
+  const PresentationContext* context = FindAcceptedContext(abstractSyntax);
+  if (!context) return 0;
+  return WriteOnContext(commandSet, context->PresentationContextID, true);
+}
+
+int PDU_Service::Write(DICOMDataObject* dataSet, const UID& abstractSyntax) {
+  const PresentationContext* context = FindAcceptedContext(abstractSyntax);
+  if (!context) return 0;
+  return WriteOnContext(dataSet, context->PresentationContextID, false);
+}
+
+int PDU_Service::Read(DICOMObject* object) {
+  UID ignored;
+  return Read(object, ignored);
+}
+
+int PDU_Service::Read(DICOMObject* object, UID& transferSyntax) {
+  State& state = *state_;
+  if (!state.associated || !object) return 0;
+  state.messageStarted = false;
+  state.message = std::make_unique<ByteBuffer>();
+  for (;;) {
+    if (state.dataLeft) {
+      bool complete = false;
+      if (!ReadValue(object, transferSyntax, complete)) return 0;
+      if (complete) return FinishMessage(object, transferSyntax);
+      continue;
+    }
+    uint8_t type;
+    if (!state.transport.Read8(type)) {
+      // Nothing came before the time-out, or the peer went away: no A-ABORT.
+      Drop();
+      return 0;
+    }
+    if (type != pdu::kDataTF) return ReadOtherPDU(type);
+    uint8_t reserved;
+    uint32_t length;
+    if (!state.transport.Read8(reserved) || !state.transport.ReadBig32(length)) {
+      Drop();
+      return 0;
+    }
+    if (length < kValueHeader) {
+      AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
+      return 0;
+    }
+    state.dataLeft = length;
+  }
+}
+
+// One presentation data value of the current P-DATA-TF, appended to the message being
+// assembled. Every value of a message must carry the same context and kind; bytes are taken
+// as they arrive, never allocated ahead on the word of a length.
+int PDU_Service::ReadValue(DICOMObject* object, UID& transferSyntax, bool& complete) {
+  State& state = *state_;
+  uint32_t itemLength;
+  uint8_t contextID, control;
+  if (state.dataLeft < kValueHeader) {
+    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
+    return 0;
+  }
+  if (!state.transport.ReadBig32(itemLength) || !state.transport.Read8(contextID) ||
+      !state.transport.Read8(control)) {
+    Drop();
+    return 0;
+  }
+  state.dataLeft -= kValueHeader;
+  const bool command = (control & pdu::kCommandBit) != 0;
+  if (itemLength < 2 || itemLength - 2 > state.dataLeft ||
+      (state.messageStarted &&
+       (contextID != state.messageContext || command != state.messageCommand))) {
+    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
+    return 0;
+  }
+  if (!state.messageStarted) {
+    state.messageStarted = true;
+    state.messageContext = contextID;
+    state.messageCommand = command;
+  }
+  const uint32_t fragment = itemLength - 2;
+  if (!state.transport.ReadInto(*state.message, fragment)) {
+    Drop();
+    return 0;
+  }
+  state.dataLeft -= fragment;
+  complete = (control & pdu::kLastFragmentBit) != 0;
+  return 1;
+}
+
+// Decodes a complete message into `object`: a command set in implicit VR little endian, a data
+// set in the transfer syntax of its context.
+int PDU_Service::FinishMessage(DICOMObject* object, UID& transferSyntax) {
+  State& state = *state_;
+  std::unique_ptr<ByteBuffer> message = std::move(state.message);
+  state.messageStarted = false;
+  const bool commandObject = dynamic_cast<DICOMCommandObject*>(object) != nullptr;
+  const bool dataObject = dynamic_cast<DICOMDataObject*>(object) != nullptr;
+  const PresentationContext* context = FindAcceptedContext(state.messageContext);
+  transferSyntax = context && !context->TransferSyntaxes.empty() ? context->TransferSyntaxes[0]
+                                                                 : UID(kFallbackTransferSyntax);
+  int mode =
+      state.messageCommand ? kModeImplicitLittle : TransferSyntaxMode(transferSyntax.GetBuffer());
+  bool wrongKind = (state.messageCommand && dataObject) || (!state.messageCommand && commandObject);
+  if (wrongKind || !mode || !Decode(*message, object, mode)) {
+    AbortAndDrop(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified);
+    return 0;
+  }
+  state.lastContext = state.messageContext;
+  return 1;
+}
+
+// A PDU other than P-DATA-TF while a message was awaited.
+int PDU_Service::ReadOtherPDU(uint8_t type) {
+  std::vector<uint8_t> body;
+  switch (type) {
+    case pdu::kReleaseRQ: {
+      if (ReadAssociationBody(body)) {
+        std::vector<uint8_t> bytes;
+        pdu::EncodeRelease(pdu::kReleaseRP, bytes);
+        SendPDU(bytes);
+      }
+      Drop();
+      return 0;
+    }
+    case pdu::kReleaseRP:
+    case pdu::kAbort:
+      Drop();
+      return 0;
+    case pdu::kAssociateRQ:
+    case pdu::kAssociateAC:
+    case pdu::kAssociateRJ:
+      // An association PDU in the middle of an association.
+      if (!ReadAssociationBody(body)) {
+        Drop();
+        return 0;
+      }
+      AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortUnexpectedPDU);
+      return 0;
+    default:
+      AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortUnrecognizedPDU);
+      return 0;
+  }
+}
+
+// Sends A-RELEASE-RQ and waits for the -RP, passing over any late P-DATA-TF; an abort, an
+// unexpected PDU or the time-out end the wait. The connection is closed in every case.
+int PDU_Service::Close() {
+  State& state = *state_;
+  if (state.associated) {
+    std::vector<uint8_t> bytes;
+    pdu::EncodeRelease(pdu::kReleaseRQ, bytes);
+    SendPDU(bytes);
+    for (;;) {
+      uint8_t type, reserved;
+      uint32_t length;
+      if (!state.transport.Read8(type) || !state.transport.Read8(reserved) ||
+          !state.transport.ReadBig32(length))
+        break;
+      if (type != pdu::kDataTF) break;
+      if (!state.transport.Skip(length)) break;
+    }
+  }
+  Drop();
+  socket_.Close();
+  return 1;
+}
+
+int PDU_Service::Abort() {
+  if (socket_.IsConnected()) {
+    std::vector<uint8_t> bytes;
+    pdu::EncodeAbort(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified, bytes);
+    SendPDU(bytes);
+  }
+  Drop();
+  socket_.Close();
+  return 1;
+}
