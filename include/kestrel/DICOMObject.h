@@ -14,8 +14,8 @@ constexpr uint16_t MakeTypeCode(char first, char second) {
   return static_cast<uint16_t>((static_cast<uint8_t>(first) << 8) | static_cast<uint8_t>(second));
 }
 
-// Value buffers handed to or made by a VR are allocated with `new char[]`; a VR that owns its
-// buffer frees it with `delete[]`.
+// One data element. Value buffers handed to or made by a VR are allocated with `new char[]`; a
+// VR that owns its buffer frees it with `delete[]`.
 class KESTREL_API VR {
  public:
   uint16_t Group = 0;
@@ -40,7 +40,9 @@ class KESTREL_API VR {
   // As above, but with `ownsData` false the element only points at memory the caller keeps
   // alive (a string literal, a member buffer).
   VR(uint16_t group, uint16_t element, uint32_t length, void* data, bool ownsData);
-  ~VR();
+  // Virtual because the typed elements derive from VR and are held, pushed, popped and
+  // destroyed through VR* like any other element.
+  virtual ~VR();
 
   VR(const VR&) = delete;
   VR& operator=(const VR&) = delete;
