@@ -9,7 +9,7 @@ packages=(
   build-essential cmake ninja-build pkg-config clang
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libinih-dev
-  unixodbc-dev libsqliteodbc odbc-postgresql
+  unixodbc-dev libsqliteodbc odbc-postgresql postgresql
   dcmtk python3-pydicom python3-numpy time
 )
 missing=()

@@ -1,0 +1,47 @@
+#pragma once
+
+// What a CDatabase holds behind its public face: the ODBC handles, the dialect of the connected
+// driver, the primary keys already looked up, and the record sets that hold statements on it.
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kestrel/CDatabase.h"
+#include "store/Odbc.h"
+#include "store/SqlDialect.h"
+
+struct CDatabase::Impl {
+  kestrel_store::EnvHandle environment;
+  kestrel_store::ConnectionHandle connection;
+  bool open = false;
+  bool inTransaction = false;
+  std::string connect;
+  std::string dbmsName;
+  kestrel_store::Dialect dialect;
+
+  // Primary key columns by "schema.table" as the catalog names them; empty when the table has
+  // none. Looked up once per connection.
+  std::map<std::string, std::vector<std::string>> primaryKeys;
+
+  // Record sets with statements on this connection, each with the function that lets go of
+  // them; run before the connection closes, as statements must not outlive it.
+  std::map<const void*, std::function<void()>> dependents;
+
+  SQLHDBC handle() const { return connection.get(); }
+
+  // The time-out, in seconds, each statement gets; 0 for none. The SQLite driver takes a
+  // statement's time-out as its wait for locks, which must stay the short one the connection
+  // set, so SQLite statements get none.
+  unsigned long QueryTimeout() const {
+    return dialect.kind == kestrel_store::DialectKind::kSQLite ? 0 : 60;
+  }
+};
+
+namespace kestrel_store {
+
+// The primary key columns of a table (the catalog's names), in key order; cached.
+const std::vector<std::string>& PrimaryKeyOf(CDatabase::Impl& database, const CatalogName& table);
+
+}  // namespace kestrel_store

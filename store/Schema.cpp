@@ -1,0 +1,54 @@
+#include <string>
+
+#include "kestrel/DatabaseSetup.h"
+#include "kestrel/Status.h"
+#include "store/SchemaText.h"
+#include "store/SqlDialect.h"
+
+namespace {
+
+int RunSchema(CDatabase& database, bool ris, const char* failureMessage) {
+  try {
+    const std::string script = KESTREL::GetSchemaSQL(ris, database.GetDBMSName());
+    if (script.empty()) {
+      throw CDBException("HYC00", "There is no schema for the database product \"" +
+                                      database.GetDBMSName() + "\".");
+    }
+    for (const std::string& statement : kestrel_store::SplitStatements(script)) {
+      database.ExecuteSQL(statement);
+    }
+    return 1;
+  } catch (const CDBException& e) {
+    KESTREL::SetLastErrorText(failureMessage + e.GetErrorMessage());
+  } catch (const std::exception& e) {
+    KESTREL::SetLastErrorText(failureMessage + std::string(e.what()));
+  }
+  return 0;
+}
+
+}  // namespace
+
+namespace KESTREL {
+
+std::string GetSchemaSQL(bool ris, const std::string& dbmsName) {
+  const kestrel_store::Dialect dialect = kestrel_store::DialectFor(dbmsName, "\"");
+  switch (dialect.kind) {
+    case kestrel_store::DialectKind::kSQLite:
+      return ris ? kestrel_store::kSchema_ris_sqlite : kestrel_store::kSchema_image_sqlite;
+    case kestrel_store::DialectKind::kPostgreSQL:
+      return ris ? kestrel_store::kSchema_ris_postgresql : kestrel_store::kSchema_image_postgresql;
+    case kestrel_store::DialectKind::kOther:
+      break;
+  }
+  return std::string();
+}
+
+int CreateImageTables(CDatabase& database) {
+  return RunSchema(database, false, "KESTREL.dll : CreateImageTables():  ");
+}
+
+int CreateRISTables(CDatabase& database) {
+  return RunSchema(database, true, "KESTREL.dll : CreateRISTables():  ");
+}
+
+}  // namespace KESTREL
