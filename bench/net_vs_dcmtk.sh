@@ -1,0 +1,209 @@
+#!/usr/bin/env bash
+# Network figures of kestrel against DCMTK, all on 127.0.0.1:
+#   echo   C-ECHO associations per second against one storescp: N runs of `kestrel echo` and N
+#          runs of `echoscu` (one process and one association each), and `kestrel echo --repeat
+#          N` (N associations in one process)
+#   ct     C-STORE of the 300-slice 512x512 CT series: storescu -> kestrel serve and storescu ->
+#          storescp, paired (interleaved) in one run, each receiver writing into its own folder
+#   small  the same for 5,000 small CT images (64x64)
+#   tcp    the loopback TCP bandwidth of this machine (1 MiB sends), for reference
+# The series come from bench/make_data.py (explicit VR little endian); existing data under
+# bench/out/in is used as it is. Each store set is timed RUNS times per receiver after one
+# untimed warm-up each; the median is reported, as MB/s of file bytes and as files per second.
+#
+# Usage: bench/net_vs_dcmtk.sh [--runs N] [--echoes N] [--sets "echo ct small tcp"]
+#                              [--data DIR] [--work DIR] [--kestrel PATH]
+#   --runs N       timed passes per receiver and store set (default 3)
+#   --echoes N     associations per echo measurement (default 200)
+#   --sets LIST    what to measure (default all four)
+#   --data DIR     where the series are, or are made (default bench/out; uses DIR/in/ct and
+#                  DIR/in/small)
+#   --work DIR     where received files go (default bench/out/net; emptied between passes)
+#   --kestrel P    the kestrel binary (default: build-bench/bin, build/bin, then build-*/bin)
+# The table is printed at the end and also written to WORK/results.md.
+set -euo pipefail
+
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+root="$(dirname "$here")"
+runs=3
+echoes=200
+sets=(echo ct small tcp)
+data="$here/out"
+work="$here/out/net"
+kestrel=""
+python=/usr/bin/python3
+
+while [[ $# -gt 0 ]]; do
+  case "$1" in
+    --runs) runs="$2"; shift 2 ;;
+    --echoes) echoes="$2"; shift 2 ;;
+    --sets) read -r -a sets <<< "$2"; shift 2 ;;
+    --data) data="$2"; shift 2 ;;
+    --work) work="$2"; shift 2 ;;
+    --kestrel) kestrel="$2"; shift 2 ;;
+    -h|--help) sed -n '2,24p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    *) echo "unknown option $1" >&2; exit 2 ;;
+  esac
+done
+
+die() { echo "net_vs_dcmtk: $*" >&2; exit 1; }
+if [[ -z "$kestrel" ]]; then
+  for candidate in "$root"/build-bench/bin/kestrel "$root"/build/bin/kestrel "$root"/build-*/bin/kestrel; do
+    [[ -x "$candidate" ]] && { kestrel="$candidate"; break; }
+  done
+fi
+[[ -x "$kestrel" ]] || die "no kestrel binary; build it or pass --kestrel"
+for tool in storescp storescu echoscu; do command -v "$tool" >/dev/null || die "$tool missing"; done
+mkdir -p "$work"
+results="$work/results.md"
+: > "$results"
+
+free_port() { "$python" -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
+now() { date +%s.%N; }
+median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
+wait_port() {
+  for _ in $(seq 200); do
+    "$python" -c "import socket,sys; socket.create_connection(('127.0.0.1',$1),timeout=1)" 2>/dev/null && return 0
+    sleep 0.05
+  done
+  return 1
+}
+row() { echo "$1" | tee -a "$results"; }
+
+pids=()
+cleanup() { for p in "${pids[@]:-}"; do [[ -n "$p" ]] && kill "$p" 2>/dev/null || true; done; }
+trap cleanup EXIT
+
+start_storescp() {  # port dir
+  storescp -od "$2" "$1" >/dev/null 2>&1 &
+  scp_pid=$!
+  pids+=("$scp_pid")
+  wait_port "$1" || die "storescp did not start"
+}
+
+start_serve() {  # dir; sets serve_pid and serve_port
+  local out="$work/serve.out"
+  "$kestrel" serve --port 0 --quiet --store "$1" > "$out" 2>"$work/serve.err" &
+  serve_pid=$!
+  pids+=("$serve_pid")
+  for _ in $(seq 200); do
+    serve_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$out")
+    [[ -n "$serve_port" ]] && return 0
+    sleep 0.05
+  done
+  die "kestrel serve did not start"
+}
+
+stop() { kill -TERM "$1" 2>/dev/null || true; wait "$1" 2>/dev/null || true; }
+
+run_echo() {
+  local port dir
+  port=$(free_port)
+  dir="$work/echo"
+  mkdir -p "$dir"
+  start_storescp "$port" "$dir"
+  "$kestrel" echo 127.0.0.1 "$port"  # warm-up: page cache and the peer's first association
+  echoscu 127.0.0.1 "$port"
+  local t0 t1
+  t0=$(now); for _ in $(seq "$echoes"); do "$kestrel" echo 127.0.0.1 "$port"; done; t1=$(now)
+  local kestrel_rate; kestrel_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
+  t0=$(now); for _ in $(seq "$echoes"); do echoscu 127.0.0.1 "$port"; done; t1=$(now)
+  local echoscu_rate; echoscu_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
+  t0=$(now); "$kestrel" echo --repeat "$echoes" 127.0.0.1 "$port"; t1=$(now)
+  local repeat_rate; repeat_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
+  stop "$scp_pid"
+  row ""
+  row "C-ECHO against storescp, $echoes associations each"
+  row ""
+  row "| client | associations per second |"
+  row "|---|---|"
+  row "$(printf '| kestrel echo (one process each) | %.1f |' "$kestrel_rate")"
+  row "$(printf '| echoscu (one process each) | %.1f |' "$echoscu_rate")"
+  row "$(printf '| kestrel echo --repeat (one process) | %.1f |' "$repeat_rate")"
+}
+
+# One timed storescu pass of folder $1 into a receiver started by $2 ("kestrel" or "storescp");
+# prints the seconds.
+store_pass() {
+  local folder="$1" receiver="$2" dir="$work/received-$2" port t0 t1
+  rm -rf "$dir"; mkdir -p "$dir"
+  if [[ "$receiver" = kestrel ]]; then
+    start_serve "$dir"; port=$serve_port
+  else
+    port=$(free_port); start_storescp "$port" "$dir"
+  fi
+  t0=$(now)
+  storescu -aet BENCH +sd -xe 127.0.0.1 "$port" "$folder" >/dev/null 2>"$work/storescu.err" \
+    || die "storescu to $receiver failed: $(tail -3 "$work/storescu.err")"
+  t1=$(now)
+  if [[ "$receiver" = kestrel ]]; then stop "$serve_pid"; else stop "$scp_pid"; fi
+  local count; count=$(find "$dir" -type f | wc -l)
+  [[ "$count" -eq "$(find "$folder" -type f | wc -l)" ]] || die "$receiver stored $count files"
+  echo "$t1 - $t0" | bc -l
+}
+
+run_store() {  # set name
+  local name="$1" folder="$data/in/$1"
+  if [[ ! -d "$folder" ]]; then
+    "$python" "$here/make_data.py" generate "$data" >/dev/null
+  fi
+  local files bytes
+  files=$(find "$folder" -type f | wc -l)
+  bytes=$(du -sb "$folder" | cut -f1)
+  store_pass "$folder" kestrel >/dev/null
+  store_pass "$folder" storescp >/dev/null
+  local k=() s=()
+  for _ in $(seq "$runs"); do
+    k+=("$(store_pass "$folder" kestrel)")
+    s+=("$(store_pass "$folder" storescp)")
+  done
+  local km sm
+  km=$(printf '%s\n' "${k[@]}" | median)
+  sm=$(printf '%s\n' "${s[@]}" | median)
+  row ""
+  row "C-STORE of $name: $files files, $((bytes / 1000000)) MB, storescu +sd, median of $runs"
+  row ""
+  row "| receiver | seconds | MB/s | files/s |"
+  row "|---|---|---|---|"
+  row "$(printf '| kestrel serve | %.2f | %.0f | %.0f |' "$km" "$(echo "$bytes / $km / 1000000" | bc -l)" "$(echo "$files / $km" | bc -l)")"
+  row "$(printf '| storescp | %.2f | %.0f | %.0f |' "$sm" "$(echo "$bytes / $sm / 1000000" | bc -l)" "$(echo "$files / $sm" | bc -l)")"
+}
+
+run_tcp() {
+  local rate
+  rate=$("$python" - <<'EOF'
+import socket, threading, time
+total = 4 << 30
+block = bytearray(1 << 20)
+server = socket.socket(); server.bind(("127.0.0.1", 0)); server.listen(1)
+def sink():
+    conn, _ = server.accept()
+    buf = bytearray(1 << 20); view = memoryview(buf); got = 0
+    while got < total:
+        n = conn.recv_into(view)
+        if not n: break
+        got += n
+    conn.close()
+t = threading.Thread(target=sink); t.start()
+client = socket.create_connection(server.getsockname())
+start = time.time(); sent = 0
+while sent < total:
+    client.sendall(block); sent += len(block)
+client.close(); t.join()
+print("%.0f" % (total / (time.time() - start) / 1e6))
+EOF
+)
+  row ""
+  row "Loopback TCP, 4 GiB in 1 MiB sends (Python sockets): $rate MB/s"
+}
+
+for set in "${sets[@]}"; do
+  case "$set" in
+    echo) run_echo ;;
+    ct|small) run_store "$set" ;;
+    tcp) run_tcp ;;
+    *) die "unknown set $set" ;;
+  esac
+done
+echo
+echo "written to $results"
