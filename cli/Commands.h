@@ -6,3 +6,6 @@
 void AddDumpCommand(CLI::App& app, int& exitCode);
 void AddConvertCommand(CLI::App& app, int& exitCode);
 void AddNameCommand(CLI::App& app, int& exitCode);
+void AddEchoCommand(CLI::App& app, int& exitCode);
+void AddServeCommand(CLI::App& app, int& exitCode);
+void AddDbCommand(CLI::App& app, int& exitCode);

@@ -14,6 +14,9 @@ int main(int argc, char** argv) {
   AddDumpCommand(app, exitCode);
   AddConvertCommand(app, exitCode);
   AddNameCommand(app, exitCode);
+  AddDbCommand(app, exitCode);
+  AddEchoCommand(app, exitCode);
+  AddServeCommand(app, exitCode);
 
   try {
     app.parse(argc, argv);

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# The main job on a fresh machine: set up, build, then convert every sample DICOM file that
-# pydicom ships into the Kestrel home (embedded default) and dump one of them.
+# The main job on a fresh machine: set up, build, create the embedded image database (SQLite
+# in the Kestrel home), convert every sample DICOM file that pydicom ships into the Kestrel
+# home and dump one of them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
 home="${KESTREL_HOME:-$HOME/.local/share/kestrel}"
 out="$home/converted"
 mkdir -p "$out"
+build/bin/kestrel db init
+build/bin/kestrel db server list
 samples=/usr/lib/python3/dist-packages/pydicom/data/test_files
 done=0 failed=0
 for f in "$samples"/*.dcm; do

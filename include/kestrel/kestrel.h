@@ -10,14 +10,48 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
 
-// Associations.
+// Typed values and IOD modules.
+#include "kestrel/CO_Abstract.h"
+#include "kestrel/CO_Modules.h"
+#include "kestrel/ImageIODModule.h"
+#include "kestrel/VRReferentialIntegrityDatabase.h"
+#include "kestrel/VR_XXTYPED.h"
+
+// Storage objects by modality.
+#include "kestrel/CStandardStorage.h"
+#include "kestrel/CStorage.h"
+#include "kestrel/CUnknownStorage.h"
+#include "kestrel/ModalityStorage.h"
+
+// Sockets, associations, DIMSE messages and service class bases.
+#include "kestrel/DIMSEC.h"
+#include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
+#include "kestrel/PresentationContext.h"
+#include "kestrel/PrintServiceClasses.h"
+#include "kestrel/Socket.h"
+#include "kestrel/StandardQuery.h"
+#include "kestrel/StandardRetrieve.h"
+#include "kestrel/StandardStorage.h"
+#include "kestrel/UID.h"
+#include "kestrel/Verification.h"
 
 // Library frame.
 #include "kestrel/CDICOMException.h"
+#include "kestrel/CDestination.h"
+#include "kestrel/CVerification.h"
 #include "kestrel/NewStudyEvent.h"
 #include "kestrel/Notifier.h"
 #include "kestrel/Status.h"
 
 // Patient names.
 #include "kestrel/CPatientNameParser.h"
+
+// Image and RIS databases.
+#include "kestrel/CBasicRecordset.h"
+#include "kestrel/CDBException.h"
+#include "kestrel/CDatabase.h"
+#include "kestrel/CRecordset.h"
+#include "kestrel/CWorklistOrderSet.h"
+#include "kestrel/DatabaseSetup.h"
+#include "kestrel/RecordSets.h"
