@@ -31,8 +31,8 @@ ENHANCED_CT_IMAGE = "1.2.840.10008.5.1.4.1.1.2.1"
 UID_ROOT = "1.2.826.0.1.3680043.9.7412."  # uids below are derived from fixed seeds: reruns match
 
 
-def uid(*seed):
-    return generate_uid(prefix=UID_ROOT, entropy_srcs=[str(s) for s in seed])
+def uid(*parts):
+    return generate_uid(prefix=UID_ROOT, entropy_srcs=[str(s) for s in parts])
 
 
 def phantom(side):
@@ -49,8 +49,8 @@ def phantom(side):
 class SliceMaker:
     """Slices of a phantom with noise; the noise comes from a small pool, rolled per slice."""
 
-    def __init__(self, side, seed=1):
-        rng = np.random.default_rng(seed)
+    def __init__(self, side, random_state=1):
+        rng = np.random.default_rng(random_state)
         self.base = phantom(side)
         self.noise = rng.normal(0, 12, (8, side, side)).astype(np.float32)
 
@@ -223,7 +223,7 @@ def write_multiframe(path, frames, side):
     ds.file_meta = file_meta(ENHANCED_CT_IMAGE, instance)
     write_explicit(ds, path)
 
-    maker = SliceMaker(side, seed=2)
+    maker = SliceMaker(side, random_state=2)
     length = frames * side * side * 2
     with open(path, "ab") as out:
         out.write(struct.pack("<HH2sHI", 0x7FE0, 0x0010, b"OW", 0, length))

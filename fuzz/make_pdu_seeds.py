@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Seed inputs for pdu_fuzzer: whole conversations as a peer would send them.
+"""Starting inputs for pdu_fuzzer: whole conversations as a peer would send them.
 
   make_pdu_seeds.py DIR
 
-The first byte of each seed chooses the side (0 acceptor, 1 requester). On the requester side
+The first byte of each input chooses the side (0 acceptor, 1 requester). On the requester side
 the bytes 0xF1 and 0xF3 stand for the two presentation context IDs the fuzz target proposes.
 """
 import os
@@ -27,7 +27,7 @@ def pdu(kind, body):
 
 def user_info():
     return item(0x50, item(0x51, struct.pack(">I", 16384)) + item(0x52, b"1.2.3.4") +
-                item(0x55, b"SEED"))
+                item(0x55, b"KEST"))
 
 
 def associate(kind, contexts):
