@@ -41,7 +41,7 @@ def associate(kind, contexts):
         for syntax in syntaxes:
             payload += item(0x40, syntax)
         items += item(0x20 if kind == 1 else 0x21, payload)
-    body = struct.pack(">HH", 1, 0) + b"KESTREL".ljust(16) + b"SEEDPEER".ljust(16) + bytes(32)
+    body = struct.pack(">HH", 1, 0) + b"KESTREL".ljust(16) + b"FUZZPEER".ljust(16) + bytes(32)
     return pdu(kind, body + items + user_info())
 
 
@@ -72,7 +72,7 @@ data_set = (element(0x0008, 0x0016, CT) + element(0x0008, 0x0018, b"1.2.3.4.5") 
             element(0x0008, 0x1140, b"") + element(0x0010, 0x0010, b"DOE^JOHN") +
             element(0x0028, 0x0010, struct.pack("<H", 4)) + element(0x7FE0, 0x0010, bytes(32)))
 
-seeds = {
+conversations = {
     "acceptor_echo": b"\0" + associate(1, [(1, VERIFICATION, [IMPLICIT])]) +
     data_tf([(1, 3, command(VERIFICATION, 0x0030, 1, False))]) + RELEASE_RQ,
     "acceptor_store": b"\0" + associate(1, [(1, CT, [EXPLICIT, IMPLICIT]), (3, CT, [IMPLICIT])]) +
@@ -91,6 +91,6 @@ seeds = {
 }
 
 os.makedirs(sys.argv[1], exist_ok=True)
-for name, data in seeds.items():
+for name, data in conversations.items():
     with open(os.path.join(sys.argv[1], name), "wb") as f:
         f.write(data)

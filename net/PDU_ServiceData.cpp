@@ -18,6 +18,51 @@ constexpr int kModeImplicitLittle = 100;
 // Each presentation data value: a 4-byte item length, the context ID and the message control
 // header (PS3.8 Table 9-23), then at least no bytes of the fragment.
 constexpr uint32_t kValueHeader = 6;
+constexpr size_t kEncodeBlock = 64 * 1024;
+
+// Cuts an encoded message into P-DATA-TF PDUs of one value each, fragments of at most 4096
+// bytes, each flushed on its own (PS3.8 9.3.5). A full fragment goes out only once more bytes
+// follow it, so that the one Finish sends is the last and carries the last-fragment bit.
+class FragmentSink : public ByteBuffer::Sink {
+ public:
+  FragmentSink(KESTREL::TransportBuffer& out, uint8_t contextID, bool command)
+      : out_(out), contextID_(contextID), control_(command ? pdu::kCommandBit : 0) {
+    pending_.reserve(PDU_Service::kFragmentLength);
+  }
+
+  bool Write(const void* data, size_t length) override {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    while (length) {
+      if (pending_.size() == PDU_Service::kFragmentLength && !Send(false)) return false;
+      size_t n = std::min(length, PDU_Service::kFragmentLength - pending_.size());
+      pending_.insert(pending_.end(), bytes, bytes + n);
+      bytes += n;
+      length -= n;
+    }
+    return true;
+  }
+  // Sends the last fragment; an empty message sends nothing.
+  bool Finish() { return pending_.empty() || Send(true); }
+  bool Started() const { return started_; }
+
+ private:
+  bool Send(bool last) {
+    uint8_t header[12];
+    pdu::EncodeDataHeader(contextID_, control_ | (last ? pdu::kLastFragmentBit : 0),
+                          static_cast<uint32_t>(pending_.size()), header);
+    out_.Write(header, sizeof header);
+    out_.Write(pending_.data(), pending_.size());
+    pending_.clear();
+    started_ = true;
+    return out_.Flush();
+  }
+
+  KESTREL::TransportBuffer& out_;
+  uint8_t contextID_;
+  uint8_t control_;
+  std::vector<uint8_t> pending_;
+  bool started_ = false;
+};
 
 }  // namespace
 
@@ -28,20 +73,16 @@ int PDU_Service::WriteOnContext(DICOMObject* object, uint8_t contextID, bool com
   int mode =
       command ? kModeImplicitLittle : TransferSyntaxMode(context->TransferSyntaxes[0].GetBuffer());
   if (!mode) return 0;
+  // The encoding streams into the fragments as it is made, in blocks of kEncodeBlock, so a
+  // large data set is never held twice; the fragments are those of the whole encoded object.
+  FragmentSink sink(state_->transport, contextID, command);
   ByteBuffer encoded;
-  if (!Encode(object, encoded, mode, true)) return 0;
-
-  const uint8_t* data = encoded.Data();
-  const size_t size = encoded.Size();
-  for (size_t offset = 0; offset < size; offset += kFragmentLength) {
-    const uint32_t length = static_cast<uint32_t>(std::min<size_t>(kFragmentLength, size - offset));
-    uint8_t control = command ? pdu::kCommandBit : 0;
-    if (offset + length == size) control |= pdu::kLastFragmentBit;
-    uint8_t header[12];
-    pdu::EncodeDataHeader(contextID, control, length, header);
-    state_->transport.Write(header, sizeof header);
-    state_->transport.Write(data + offset, length);
-    if (!state_->transport.Flush()) return 0;
+  encoded.AttachSink(&sink, kEncodeBlock);
+  bool encodedAll = Encode(object, encoded, mode, true) && encoded.Flush();
+  if (!encodedAll || !sink.Finish()) {
+    // Part of the message may be out: the association cannot go on.
+    if (sink.Started()) AbortAndDrop(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified);
+    return 0;
   }
   return 1;
 }
@@ -67,7 +108,7 @@ int PDU_Service::Read(DICOMObject* object, UID& transferSyntax) {
   State& state = *state_;
   if (!state.associated || !object) return 0;
   state.messageStarted = false;
-  state.message = std::make_unique<ByteBuffer>();
+  state.message = std::make_unique<KESTREL::MessageBytes>();
   for (;;) {
     if (state.dataLeft) {
       bool complete = false;
@@ -126,7 +167,7 @@ int PDU_Service::ReadValue(DICOMObject* object, UID& transferSyntax, bool& compl
     state.messageCommand = command;
   }
   const uint32_t fragment = itemLength - 2;
-  if (!state.transport.ReadInto(*state.message, fragment)) {
+  if (!state.message->Append(state.transport, fragment)) {
     Drop();
     return 0;
   }
@@ -139,7 +180,9 @@ int PDU_Service::ReadValue(DICOMObject* object, UID& transferSyntax, bool& compl
 // set in the transfer syntax of its context.
 int PDU_Service::FinishMessage(DICOMObject* object, UID& transferSyntax) {
   State& state = *state_;
-  std::unique_ptr<ByteBuffer> message = std::move(state.message);
+  std::unique_ptr<KESTREL::MessageBytes> message = std::move(state.message);
+  ByteBuffer bytes;
+  bytes.AttachSource(message.get());
   state.messageStarted = false;
   const bool commandObject = dynamic_cast<DICOMCommandObject*>(object) != nullptr;
   const bool dataObject = dynamic_cast<DICOMDataObject*>(object) != nullptr;
@@ -149,7 +192,7 @@ int PDU_Service::FinishMessage(DICOMObject* object, UID& transferSyntax) {
   int mode =
       state.messageCommand ? kModeImplicitLittle : TransferSyntaxMode(transferSyntax.GetBuffer());
   bool wrongKind = (state.messageCommand && dataObject) || (!state.messageCommand && commandObject);
-  if (wrongKind || !mode || !Decode(*message, object, mode)) {
+  if (wrongKind || !mode || !Decode(bytes, object, mode)) {
     AbortAndDrop(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified);
     return 0;
   }

@@ -8,6 +8,7 @@
 #include "kestrel/ByteBuffer.h"
 #include "kestrel/PDU_Service.h"
 #include "net/AcceptanceTable.h"
+#include "net/MessageBytes.h"
 #include "net/PDUItems.h"
 #include "net/TransportBuffer.h"
 
@@ -35,6 +36,6 @@ struct PDU_Service::State {
   bool messageStarted = false;
   uint8_t messageContext = 0;
   bool messageCommand = false;
-  std::unique_ptr<ByteBuffer> message;
+  std::unique_ptr<KESTREL::MessageBytes> message;
   uint8_t lastContext = 0;
 };
