@@ -6,16 +6,22 @@
 #   ct     C-STORE of the 300-slice 512x512 CT series: storescu -> kestrel serve and storescu ->
 #          storescp, paired (interleaved) in one run, each receiver writing into its own folder
 #   small  the same for 5,000 small CT images (64x64)
+# DCMTK's tools are measured twice: as shipped, and with TCP_NODELAY=1 in their environment,
+# which makes DCMTK set TCP_NODELAY (Debian's build leaves Nagle's algorithm on, so each PDU
+# it writes in two parts waits for a delayed acknowledgement). The store sets run every pass
+# with both; kestrel serve is then fed by the same storescu (as shipped, or with the variable).
+#   path   the association's data path alone, no files: net_throughput (bench/net_throughput.cpp)
+#          storing objects of 1, 16 and 64 MB from one thread to another
 #   tcp    the loopback TCP bandwidth of this machine (1 MiB sends), for reference
 # The series come from bench/make_data.py (explicit VR little endian); existing data under
 # bench/out/in is used as it is. Each store set is timed RUNS times per receiver after one
 # untimed warm-up each; the median is reported, as MB/s of file bytes and as files per second.
 #
-# Usage: bench/net_vs_dcmtk.sh [--runs N] [--echoes N] [--sets "echo ct small tcp"]
+# Usage: bench/net_vs_dcmtk.sh [--runs N] [--echoes N] [--sets "echo ct small path tcp"]
 #                              [--data DIR] [--work DIR] [--kestrel PATH]
 #   --runs N       timed passes per receiver and store set (default 3)
 #   --echoes N     associations per echo measurement (default 200)
-#   --sets LIST    what to measure (default all four)
+#   --sets LIST    what to measure (default all five)
 #   --data DIR     where the series are, or are made (default bench/out; uses DIR/in/ct and
 #                  DIR/in/small)
 #   --work DIR     where received files go (default bench/out/net; emptied between passes)
@@ -27,7 +33,7 @@ here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 root="$(dirname "$here")"
 runs=3
 echoes=200
-sets=(echo ct small tcp)
+sets=(echo ct small path tcp)
 data="$here/out"
 work="$here/out/net"
 kestrel=""
@@ -41,7 +47,7 @@ while [[ $# -gt 0 ]]; do
     --data) data="$2"; shift 2 ;;
     --work) work="$2"; shift 2 ;;
     --kestrel) kestrel="$2"; shift 2 ;;
-    -h|--help) sed -n '2,24p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,25p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "unknown option $1" >&2; exit 2 ;;
   esac
 done
@@ -109,6 +115,8 @@ run_echo() {
   local kestrel_rate; kestrel_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
   t0=$(now); for _ in $(seq "$echoes"); do echoscu 127.0.0.1 "$port"; done; t1=$(now)
   local echoscu_rate; echoscu_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
+  t0=$(now); for _ in $(seq "$echoes"); do TCP_NODELAY=1 echoscu 127.0.0.1 "$port"; done; t1=$(now)
+  local nodelay_rate; nodelay_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
   t0=$(now); "$kestrel" echo --repeat "$echoes" 127.0.0.1 "$port"; t1=$(now)
   local repeat_rate; repeat_rate=$(echo "$echoes / ($t1 - $t0)" | bc -l)
   stop "$scp_pid"
@@ -119,22 +127,27 @@ run_echo() {
   row "|---|---|"
   row "$(printf '| kestrel echo (one process each) | %.1f |' "$kestrel_rate")"
   row "$(printf '| echoscu (one process each) | %.1f |' "$echoscu_rate")"
+  row "$(printf '| echoscu with TCP_NODELAY=1 (one process each) | %.1f |' "$nodelay_rate")"
   row "$(printf '| kestrel echo --repeat (one process) | %.1f |' "$repeat_rate")"
 }
 
-# One timed storescu pass of folder $1 into a receiver started by $2 ("kestrel" or "storescp");
-# prints the seconds.
+# One timed storescu pass of folder $1 into a receiver started by $2 ("kestrel" or "storescp"),
+# with DCMTK's TCP_NODELAY variable set to $3 ("" for as shipped); prints the seconds.
 store_pass() {
-  local folder="$1" receiver="$2" dir="$work/received-$2" port t0 t1
+  local folder="$1" receiver="$2" nodelay="$3" dir="$work/received-$2" port t0 t1
+  local env=(env); [[ -n "$nodelay" ]] && env=(env TCP_NODELAY="$nodelay")
   rm -rf "$dir"; mkdir -p "$dir"
   if [[ "$receiver" = kestrel ]]; then
     start_serve "$dir"; port=$serve_port
   else
-    port=$(free_port); start_storescp "$port" "$dir"
+    port=$(free_port)
+    "${env[@]}" storescp -od "$dir" "$port" >/dev/null 2>&1 &
+    scp_pid=$!; pids+=("$scp_pid")
+    wait_port "$port" || die "storescp did not start"
   fi
   t0=$(now)
-  storescu -aet BENCH +sd -xe 127.0.0.1 "$port" "$folder" >/dev/null 2>"$work/storescu.err" \
-    || die "storescu to $receiver failed: $(tail -3 "$work/storescu.err")"
+  "${env[@]}" storescu -aet BENCH +sd -xe 127.0.0.1 "$port" "$folder" >/dev/null \
+    2>"$work/storescu.err" || die "storescu to $receiver failed: $(tail -3 "$work/storescu.err")"
   t1=$(now)
   if [[ "$receiver" = kestrel ]]; then stop "$serve_pid"; else stop "$scp_pid"; fi
   local count; count=$(find "$dir" -type f | wc -l)
@@ -150,23 +163,48 @@ run_store() {  # set name
   local files bytes
   files=$(find "$folder" -type f | wc -l)
   bytes=$(du -sb "$folder" | cut -f1)
-  store_pass "$folder" kestrel >/dev/null
-  store_pass "$folder" storescp >/dev/null
-  local k=() s=()
-  for _ in $(seq "$runs"); do
-    k+=("$(store_pass "$folder" kestrel)")
-    s+=("$(store_pass "$folder" storescp)")
+  local mode receiver
+  declare -A times
+  for mode in shipped nodelay; do
+    for receiver in kestrel storescp; do
+      store_pass "$folder" "$receiver" "$([[ $mode = nodelay ]] && echo 1)" >/dev/null  # warm-up
+      times[$mode-$receiver]=""
+    done
   done
-  local km sm
-  km=$(printf '%s\n' "${k[@]}" | median)
-  sm=$(printf '%s\n' "${s[@]}" | median)
+  for _ in $(seq "$runs"); do
+    for mode in shipped nodelay; do
+      for receiver in kestrel storescp; do
+        times[$mode-$receiver]+="$(store_pass "$folder" "$receiver" "$([[ $mode = nodelay ]] && echo 1)") "
+      done
+    done
+  done
   row ""
-  row "C-STORE of $name: $files files, $((bytes / 1000000)) MB, storescu +sd, median of $runs"
+  row "C-STORE of $name: $files files, $((bytes / 1000000)) MB, storescu +sd -xe, median of $runs"
   row ""
-  row "| receiver | seconds | MB/s | files/s |"
+  row "| sender, receiver | seconds | MB/s | files/s |"
   row "|---|---|---|---|"
-  row "$(printf '| kestrel serve | %.2f | %.0f | %.0f |' "$km" "$(echo "$bytes / $km / 1000000" | bc -l)" "$(echo "$files / $km" | bc -l)")"
-  row "$(printf '| storescp | %.2f | %.0f | %.0f |' "$sm" "$(echo "$bytes / $sm / 1000000" | bc -l)" "$(echo "$files / $sm" | bc -l)")"
+  local label seconds
+  for mode in shipped nodelay; do
+    for receiver in kestrel storescp; do
+      seconds=$(printf '%s\n' ${times[$mode-$receiver]} | median)
+      label="storescu -> $([[ $receiver = kestrel ]] && echo "kestrel serve" || echo storescp)"
+      [[ $mode = nodelay ]] && label="$label, TCP_NODELAY=1"
+      row "$(printf '| %s | %.2f | %.0f | %.0f |' "$label" "$seconds" \
+        "$(echo "$bytes / $seconds / 1000000" | bc -l)" "$(echo "$files / $seconds" | bc -l)")"
+    done
+  done
+}
+
+run_path() {
+  local tool
+  tool="$(dirname "$kestrel")/net_throughput"
+  [[ -x "$tool" ]] || die "no $tool (configure with -DKESTREL_BENCH=ON)"
+  row ""
+  row "The data path alone (StandardStorage::Write to StandardStorage::Read, no files):"
+  row ""
+  for shape in "1 300" "16 20" "64 8"; do
+    row "- $("$tool" $shape)"
+  done
 }
 
 run_tcp() {
@@ -201,6 +239,7 @@ for set in "${sets[@]}"; do
   case "$set" in
     echo) run_echo ;;
     ct|small) run_store "$set" ;;
+    path) run_path ;;
     tcp) run_tcp ;;
     *) die "unknown set $set" ;;
   esac

@@ -1,8 +1,8 @@
 #include "kestrel/Socket.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
-#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string>
