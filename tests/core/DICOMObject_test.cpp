@@ -39,8 +39,8 @@ class CountedItem : public DICOMDataObject {
 TEST(ArrayTest, IndexAccessMatchesVectorThroughAddsAndRemovals) {
   Array<int> list;
   std::vector<int> model;
-  uint32_t seed = 12345;
-  auto next = [&seed] { return (seed = seed * 1103515245u + 12345u) >> 16 & 0x7FFF; };
+  uint32_t state = 12345;
+  auto next = [&state] { return (state = state * 1103515245u + 12345u) >> 16 & 0x7FFF; };
   for (int step = 0; step < 4000; ++step) {
     uint32_t op = next() % 8;
     SCOPED_TRACE("step " + std::to_string(step) + ", size " + std::to_string(model.size()));
