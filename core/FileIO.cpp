@@ -16,7 +16,9 @@ constexpr uint16_t kTypeSH = MakeTypeCode('S', 'H');
 constexpr uint16_t kTypeAE = MakeTypeCode('A', 'E');
 constexpr size_t kPreambleLength = 128;
 // Output is handed to the file in blocks of this size; larger values are written directly.
-constexpr size_t kWriteBlock = 1 << 20;
+// Kept below the allocator's mmap threshold, so that writing many files reuses heap memory
+// instead of mapping (and faulting in) a fresh megabyte for each.
+constexpr size_t kWriteBlock = 64 * 1024;
 
 // The old transfer syntaxes a rewritten file keeps: the compressed ones, whose pixel data can
 // only be written as it was read, and big endian.
