@@ -11,6 +11,7 @@ namespace {
 constexpr uint16_t kTypeUN = MakeTypeCode('U', 'N');
 constexpr uint16_t kTypeSQ = MakeTypeCode('S', 'Q');
 constexpr uint16_t kTypeUL = MakeTypeCode('U', 'L');
+constexpr uint16_t kTypeOB = MakeTypeCode('O', 'B');
 
 bool IsItemGroup(uint16_t group) { return group == 0xFFFE || group == 0xFFE0; }
 
@@ -21,9 +22,13 @@ bool HasItems(const VR* element) {
 // The VR written in an explicit stream. An element that never learnt its VR (read from an
 // implicit stream without a dictionary, or built without one) goes out as UN, a sequence as SQ
 // and a group length as UL: two zero letters would make the stream unreadable. A value too
-// long for a 16-bit length goes out as UN, whose header has room for it.
+// long for a 16-bit length goes out as UN, whose header has room for it. Encapsulated pixel
+// data always goes out as OB: some writers label it OW, and readers that trust the label then
+// take the fragments for words and refuse the odd lengths they find.
 uint16_t ExplicitTypeCode(const VR* element, uint32_t length) {
   uint16_t typeCode = element->TypeCode;
+  if (element->Group == 0x7FE0 && element->Element == 0x0010 && HasItems(element))
+    return kTypeOB;
   if (typeCode == 0) {
     if (HasItems(element)) return kTypeSQ;
     if (element->Element == 0) return kTypeUL;

@@ -131,8 +131,15 @@ bool DICOMCodec::EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int me
   return Encode(&meta, buffer, metaMode, false) && Encode(&rest, buffer, dataMode, false);
 }
 
+namespace {
+thread_local bool lastLoadOnThreadComplete = false;
+}  // namespace
+
+bool DICOMCodec::WasLastLoadOnThreadComplete() { return lastLoadOnThreadComplete; }
+
 DICOMDataObject* DICOMCodec::LoadFile(const char* path) {
   lastLoadComplete_ = false;
+  lastLoadOnThreadComplete = false;
   if (!path) return nullptr;
   FilePtr file(std::fopen(path, "rb"));
   if (!file) return nullptr;
@@ -167,6 +174,7 @@ DICOMDataObject* DICOMCodec::LoadFile(const char* path) {
   buffer.AttachSource(&source);
   bool decoded = Decode(buffer, object, mode);
   lastLoadComplete_ = decoded && !buffer.HasBytes();
+  lastLoadOnThreadComplete = lastLoadComplete_;
   return object;
 }
 

@@ -51,6 +51,9 @@ class KESTREL_API DICOMCodec {
   // be opened. A damaged file gives whatever could be decoded; WasLastLoadComplete tells which.
   DICOMDataObject* LoadFile(const char* path);
   bool WasLastLoadComplete() const { return lastLoadComplete_; }
+  // The same for the last LoadFile of any codec on the calling thread, for callers that read
+  // files through classes which keep their codec to themselves (the storage objects).
+  static bool WasLastLoadOnThreadComplete();
   // Writes `object`, which the encoding empties. Form 1: no preamble nor meta group, implicit
   // VR little endian. Forms 2 and 3: preamble, "DICM", the meta group in explicit VR little
   // endian, then the rest in the transfer syntax of (0002,0010) (form 2 is kept for callers

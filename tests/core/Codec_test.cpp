@@ -312,6 +312,15 @@ const SequenceCase kSequences[] = {
          "\xFE\xFF\x00\xE0" "\x04\0\0\0" "\xFF\xD8\xFF\xE0"  // fragment 1
          "\xFE\xFF\x00\xE0" "\x06\0\0\0" "\x01\x02\x03\x04\xFF\xD9"  // fragment 2
          "\xFE\xFF\xDD\xE0" "\0\0\0\0"sv), {}},              // sequence delimiter
+    {"encapsulated fragments labelled OW go out as OB", 101, B(
+         "\xE0\x7F\x10\x00" "OW\0\0" "\xFF\xFF\xFF\xFF"
+         "\xFE\xFF\x00\xE0" "\0\0\0\0"
+         "\xFE\xFF\x00\xE0" "\x03\0\0\0" "\xFF\xD8\xFF"     // odd fragment, kept as it is
+         "\xFE\xFF\xDD\xE0" "\0\0\0\0"sv),
+     B("\xE0\x7F\x10\x00" "OB\0\0" "\xFF\xFF\xFF\xFF"
+       "\xFE\xFF\x00\xE0" "\0\0\0\0"
+       "\xFE\xFF\x00\xE0" "\x03\0\0\0" "\xFF\xD8\xFF"
+       "\xFE\xFF\xDD\xE0" "\0\0\0\0"sv)},
 };
 // clang-format on
 

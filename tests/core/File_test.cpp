@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "kestrel/DICOMObject.h"
@@ -403,6 +404,21 @@ TEST_F(FileTest, TruncatedFileGivesPartialObject) {
   ASSERT_NE(object, nullptr);
   EXPECT_FALSE(codec_.WasLastLoadComplete());
   EXPECT_EQ(Value(object->Find(0x0008, 0x0020)), "20040826");
+
+  // The thread's flag follows the last load by any codec on the thread, and only there.
+  EXPECT_FALSE(DICOMCodec::WasLastLoadOnThreadComplete());
+  bool otherThreadSaw = true;
+  std::thread other([&] {
+    DICOMCodec codec;
+    std::unique_ptr<DICOMDataObject> loaded(codec.LoadFile((kSamples + "CT_small.dcm").c_str()));
+    otherThreadSaw = loaded && DICOMCodec::WasLastLoadOnThreadComplete();
+  });
+  other.join();
+  EXPECT_TRUE(otherThreadSaw);
+  EXPECT_FALSE(DICOMCodec::WasLastLoadOnThreadComplete());
+  DICOMCodec another;
+  std::unique_ptr<DICOMDataObject> complete(another.LoadFile((kSamples + "CT_small.dcm").c_str()));
+  EXPECT_TRUE(DICOMCodec::WasLastLoadOnThreadComplete());
 }
 
 }  // namespace
