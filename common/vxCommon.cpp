@@ -5,6 +5,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "common/CommonPlatform.h"
@@ -47,11 +50,19 @@ void WriteLine(const std::string& text, int level) {
   if (level <= kWarning) vxcommon::WriteToStandardError(line);
 }
 
+// A setting is read each time it is needed, so a missing one would otherwise be reported once
+// per use: a program sending a thousand files would repeat the same warning a thousand times.
+// It is reported once per name and settings file in a process.
 void ReportMissing(const std::string& name, int flag) {
-  if (flag) {
-    WriteLine("vxCommon : setting \"" + name + "\" not found in " + vxcommon::SettingsFilePath(),
-              kWarning);
+  if (!flag) return;
+  const std::string file = vxcommon::SettingsFilePath();
+  static std::mutex mutex;
+  static std::set<std::pair<std::string, std::string>> reported;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!reported.emplace(name, file).second) return;
   }
+  WriteLine("vxCommon : setting \"" + name + "\" not found in " + file, kWarning);
 }
 
 }  // namespace

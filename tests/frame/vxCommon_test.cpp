@@ -125,6 +125,13 @@ TEST_F(CommonLogTest, TheFlagAsksForALineWhenAValueIsMissing) {
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_NE(lines[0].find("\"Install Dir\""), std::string::npos) << lines[0];
   EXPECT_NE(lines[1].find("\"UHN\""), std::string::npos) << lines[1];
+
+  // Asked again (every association asks), the same missing value is not reported again.
+  for (int i = 0; i < 3; ++i) {
+    GetRegLocalMachineStr("Install Dir", 1);
+    GetRegLocalMachineInt("UHN", 1);
+  }
+  EXPECT_EQ(LogLines().size(), 2u);
 }
 
 }  // namespace
