@@ -2,15 +2,18 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "kestrel/Array.h"
 #include "kestrel/Export.h"
+#include "kestrel/Status.h"
 #include "kestrel/UID.h"
 
 class CO_FrameOfReferenceModule;
 class CO_ImagePlaneModule;
 class DICOMDataObject;
 class ImageIODModule;
+class PDU_Service;
 
 // Base of the storage objects: one composite image instance of one SOP class, held in the
 // modules of its information object definition. Each per-modality class (ModalityStorage.h)
@@ -138,6 +141,59 @@ class KESTREL_API CStorage {
   // safe as a file or directory name: it can be neither "." nor "..", nor hold a "/". Padding
   // is not accepted: trim it first.
   static bool IsSUIDValid(std::string& uid);
+
+  // Sending (C-STORE, PS3.4 Annex B). The association configuration file of every storage
+  // association is "pdu.txt" in the directory of the "Install Dir" setting.
+  //
+  // Transfer syntaxes: an instance is sent in the transfer syntax it is held in, named by
+  // `pszTransferSyntaxUID` (null or "" for implicit VR little endian). A native (uncompressed)
+  // instance is proposed in explicit and in implicit VR little endian, and goes in whichever
+  // the peer accepts; an encapsulated one is proposed in its own syntax only, since the
+  // library does not decompress.
+  //
+  // Client: one association to `host` and `port` proposing the instance's SOP class, one
+  // C-STORE, a release. The first form sends the object's own instance, the second `pDDO`
+  // (the caller's). The SOP class is the one the instance names in (0008,0016), the class's
+  // own UID when it names none. The instance sent is emptied by the encoding. 1 when the peer
+  // answered with Success or a Warning status. Otherwise 0, and `status` (when not null) is:
+  //  - KESTREL_STATUS_CONNECT_FAILED, last-error text "Error: Unable to connect to <host>\r\n"
+  //    followed by the rejection text (or why no request could be made);
+  //  - KESTREL_STATUS_WRITE_FAILED, "Error: Unable to write DICOM object.\r\n" followed by the
+  //    failure status when the peer answered one, or by why the instance cannot be sent (no
+  //    SOP Class or Instance UID; encapsulated pixel data named as held in a native syntax),
+  //    in which case no connection is tried.
+  int Client(const std::string& host, const std::string& port, const std::string& callingAE,
+             const std::string& calledAE, KESTREL::KESTREL_STATUS* status,
+             const char* pszTransferSyntaxUID = nullptr);
+  int Client(DICOMDataObject* pDDO, const std::string& host, const std::string& port,
+             const std::string& callingAE, const std::string& calledAE,
+             KESTREL::KESTREL_STATUS* status, const char* pszTransferSyntaxUID = nullptr);
+
+  // A storage association for many instances: proposes, for each i, the SOP class
+  // `sopClasses[i]` for instances held in `transferSyntaxes[i]` (a missing or empty entry
+  // meaning implicit VR little endian); a pair that needs the same presentation context as an
+  // earlier one is proposed once. At most 128 contexts. The caller sends with Send and ends
+  // with ReleaseAssociation, which deletes the association. Null when no association was
+  // made: the last-error text is then "ERROR: Unable to connect to <host>\r\n" followed by
+  // the rejection text (or the reason the request could not be made), and the same text goes
+  // to the notifier (KESTREL::Notify).
+  static PDU_Service* CreateAssociation(const std::string& host, const std::string& port,
+                                        const std::string& callingAE,
+                                        const std::string& calledAE,
+                                        const std::vector<UID>& sopClasses,
+                                        const std::vector<UID>& transferSyntaxes);
+  // One C-STORE of `pDDO` (the caller's; emptied by the encoding), or of the object's own
+  // instance when `pDDO` is null, over an association of CreateAssociation, on the context
+  // proposed for its SOP class (chosen as by Client) and transfer syntax. 1 when the peer
+  // answered with Success or a Warning. Otherwise 0, the last-error text ("Error: Unable to
+  // write DICOM object.\r\n" and the reason) says why and `status` (when not null) is
+  // KESTREL_STATUS_CONNECT_FAILED when the peer accepted no context for the instance, else
+  // KESTREL_STATUS_WRITE_FAILED. The association stays usable unless the failure closed it
+  // (PDU_Service::IsAssociated).
+  int Send(PDU_Service* pdu, DICOMDataObject* pDDO, const char* pszTransferSyntaxUID,
+           KESTREL::KESTREL_STATUS* status = nullptr);
+  // Releases the association and deletes it; null is allowed.
+  static void ReleaseAssociation(PDU_Service* pdu);
 
  protected:
   CStorage();
