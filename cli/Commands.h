@@ -8,4 +8,5 @@ void AddConvertCommand(CLI::App& app, int& exitCode);
 void AddNameCommand(CLI::App& app, int& exitCode);
 void AddEchoCommand(CLI::App& app, int& exitCode);
 void AddServeCommand(CLI::App& app, int& exitCode);
+void AddSendCommand(CLI::App& app, int& exitCode);
 void AddDbCommand(CLI::App& app, int& exitCode);

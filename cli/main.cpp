@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   AddDbCommand(app, exitCode);
   AddEchoCommand(app, exitCode);
   AddServeCommand(app, exitCode);
+  AddSendCommand(app, exitCode);
 
   try {
     app.parse(argc, argv);

@@ -1,0 +1,262 @@
+// kestrel send: sends every DICOM file under the given paths with C-STORE, one association per
+// file, or all of them over one association with --batch.
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Commands.h"
+#include "ExitCodes.h"
+#include "InputFiles.h"
+#include "NetOptions.h"
+#include "Progress.h"
+#include "kestrel/CStandardStorage.h"
+#include "kestrel/CStorage.h"
+#include "kestrel/CUnknownStorage.h"
+#include "kestrel/DICOMCodec.h"
+#include "kestrel/ImageIODModule.h"
+#include "kestrel/Notifier.h"
+#include "kestrel/PDU_Service.h"
+#include "kestrel/Status.h"
+#include "kestrel/UID.h"
+
+namespace {
+
+constexpr char kImplicitLittle[] = "1.2.840.10008.1.2";
+// With --batch the objects read to learn the proposal are kept for sending while they fit in
+// this much; the rest are read again when their turn comes.
+constexpr uint64_t kKeptBytes = 256ull << 20;
+
+struct SendOptions {
+  NetOptions net;
+  std::string host;
+  std::string port;
+  std::vector<std::string> paths;
+  bool batch = false;
+};
+
+// A file read for sending: its storage object, the transfer syntax it is held in and the SOP
+// class it is sent as.
+struct Loaded {
+  std::unique_ptr<CStorage> storage;
+  std::string syntax;
+  UID sopClass;
+};
+
+// One line per failed file on standard error: the path, then the text with its line ends
+// folded into blanks so that the line stays one line.
+void ReportFailure(const std::string& path, const std::string& text) {
+  std::string line;
+  for (char c : text) {
+    if (c == '\r') continue;
+    line += c == '\n' ? ' ' : c;
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  std::cerr << path << ": " << line << '\n';
+}
+
+// An image through CStandardStorage::Load, anything else through CUnknownStorage. False, with
+// `error` set, when the file cannot be read, is damaged or in a syntax the library cannot
+// read, or is not a storage instance: nothing of such a file is sent.
+bool LoadObject(const std::string& path, Loaded& loaded, std::string& error) {
+  {
+    std::ifstream probe(path, std::ios::binary);
+    if (!probe) {
+      error = std::string("cannot read: ") + std::strerror(errno);
+      return false;
+    }
+  }
+  char syntax[65] = {};  // Load fills it even when the file is not one of its image classes
+  CStandardStorage standard;
+  loaded.storage.reset(standard.Load(path, syntax, sizeof syntax - 1));
+  bool complete = DICOMCodec::WasLastLoadOnThreadComplete();
+  if (!loaded.storage) {
+    auto unknown = std::make_unique<CUnknownStorage>();
+    if (!unknown->Open(path)) {
+      error = std::string("cannot read: ") + std::strerror(errno);
+      return false;
+    }
+    complete = DICOMCodec::WasLastLoadOnThreadComplete();
+    loaded.storage = std::move(unknown);
+  }
+  loaded.syntax = syntax;
+  if (!loaded.syntax.empty() && !DICOMCodec::TransferSyntaxMode(syntax)) {
+    error = "transfer syntax " + loaded.syntax + " cannot be read; not sent";
+    return false;
+  }
+  if (!complete) {
+    error = "not a DICOM file, or damaged (decoding stopped before its end); not sent";
+    return false;
+  }
+  ImageIODModule* iod = loaded.storage->GetIOD();
+  loaded.sopClass.Set(iod->GetAttribute(0x0008, 0x0016));
+  UID sopInstance;
+  sopInstance.Set(iod->GetAttribute(0x0008, 0x0018));
+  if (loaded.sopClass.IsEmpty() || sopInstance.IsEmpty()) {
+    error = "not a storage instance (no SOP Class UID or SOP Instance UID); not sent";
+    return false;
+  }
+  return true;
+}
+
+int ExitCodeOf(KESTREL::KESTREL_STATUS status) {
+  switch (status) {
+    case KESTREL::KESTREL_STATUS_OK:
+      return kExitOk;
+    case KESTREL::KESTREL_STATUS_CONNECT_FAILED:
+      return kExitNoAssociation;
+    default:
+      return kExitExchangeFailed;
+  }
+}
+
+// Counts every file once, in the progress and in the exit code.
+class Outcome {
+ public:
+  Outcome(const SendOptions& options, Progress& progress) : options_(options), progress_(progress) {}
+
+  void Sent(const InputFile& file, const std::string& syntax) {
+    if (options_.net.verbose)
+      std::printf("sent %s (%s)\n", file.path.c_str(),
+                  syntax.empty() ? kImplicitLittle : syntax.c_str());
+    progress_.Done(file.bytes, false);
+  }
+  void Failed(const InputFile& file, const std::string& text, int code) {
+    ReportFailure(file.path, text);
+    worst_ = WorstExit(worst_, code);
+    progress_.Done(0, true);
+  }
+  int Worst() const { return worst_; }
+
+ private:
+  const SendOptions& options_;
+  Progress& progress_;
+  int worst_ = kExitOk;
+};
+
+void SendEach(const SendOptions& options, const std::vector<InputFile>& files, Outcome& outcome) {
+  for (const InputFile& file : files) {
+    Loaded loaded;
+    std::string error = file.error;
+    if (!error.empty() || !LoadObject(file.path, loaded, error)) {
+      outcome.Failed(file, error, kExitLocalFailure);
+      continue;
+    }
+    KESTREL::KESTREL_STATUS status = KESTREL::KESTREL_STATUS_OK;
+    if (!loaded.storage->Client(options.host, options.port, options.net.callingAE,
+                                options.net.calledAE, &status, loaded.syntax.c_str())) {
+      outcome.Failed(file, KESTREL::GetLastErrorText(), ExitCodeOf(status));
+      continue;
+    }
+    outcome.Sent(file, loaded.syntax);
+  }
+}
+
+// The notifier would show the association failure once more; every file's line carries it.
+void Silent(const std::string&) {}
+
+class BatchAssociation {
+ public:
+  BatchAssociation(const SendOptions& options, std::vector<UID> sopClasses,
+                   std::vector<UID> syntaxes)
+      : options_(options), sopClasses_(std::move(sopClasses)), syntaxes_(std::move(syntaxes)) {}
+  ~BatchAssociation() { CStorage::ReleaseAssociation(pdu_); }
+
+  // The association to send on: the one made, made again when the peer dropped it (a peer
+  // that aborts on one object still gets the others). Null, with the reason in `error`, when
+  // none can be made; then no further attempt is made.
+  PDU_Service* Get(std::string& error) {
+    if (pdu_ && pdu_->IsAssociated()) return pdu_;
+    if (!error_.empty()) {
+      error = error_;
+      return nullptr;
+    }
+    CStorage::ReleaseAssociation(pdu_);
+    KESTREL::NotifyHandler previous = KESTREL::SetNotifier(Silent);
+    pdu_ = CStorage::CreateAssociation(options_.host, options_.port, options_.net.callingAE,
+                                       options_.net.calledAE, sopClasses_, syntaxes_);
+    KESTREL::SetNotifier(previous);
+    if (!pdu_) error = error_ = KESTREL::GetLastErrorText();
+    return pdu_;
+  }
+
+ private:
+  const SendOptions& options_;
+  std::vector<UID> sopClasses_, syntaxes_;
+  PDU_Service* pdu_ = nullptr;
+  std::string error_;
+};
+
+void SendBatch(const SendOptions& options, const std::vector<InputFile>& files, Outcome& outcome) {
+  // First pass: the SOP class and transfer syntax of every file, for the proposal.
+  std::vector<Loaded> loaded(files.size());
+  std::vector<std::string> errors(files.size());
+  std::vector<UID> sopClasses, syntaxes;
+  uint64_t keptBytes = 0;
+  for (size_t i = 0; i < files.size(); ++i) {
+    errors[i] = files[i].error;
+    if (!errors[i].empty() || !LoadObject(files[i].path, loaded[i], errors[i])) continue;
+    sopClasses.push_back(loaded[i].sopClass);
+    syntaxes.push_back(UID(loaded[i].syntax));
+    keptBytes += files[i].bytes;
+    if (keptBytes > kKeptBytes) loaded[i].storage.reset();
+  }
+
+  BatchAssociation association(options, std::move(sopClasses), std::move(syntaxes));
+  for (size_t i = 0; i < files.size(); ++i) {
+    const InputFile& file = files[i];
+    Loaded current = std::move(loaded[i]);
+    std::string error = errors[i];
+    if (error.empty() && !current.storage) LoadObject(file.path, current, error);
+    if (!error.empty()) {
+      outcome.Failed(file, error, kExitLocalFailure);
+      continue;
+    }
+    PDU_Service* pdu = association.Get(error);
+    if (!pdu) {
+      outcome.Failed(file, error, kExitNoAssociation);
+      continue;
+    }
+    KESTREL::KESTREL_STATUS status = KESTREL::KESTREL_STATUS_OK;
+    if (!current.storage->Send(pdu, nullptr, current.syntax.c_str(), &status)) {
+      outcome.Failed(file, KESTREL::GetLastErrorText(), ExitCodeOf(status));
+      continue;
+    }
+    outcome.Sent(file, current.syntax);
+  }
+}
+
+int RunSend(const SendOptions& options) {
+  ApplyTimeout(options.net);
+  std::vector<InputFile> files;
+  for (const std::string& path : options.paths) CollectInputFiles(path, files);
+  Progress progress("send", files.size(), options.net.quiet);
+  Outcome outcome(options, progress);
+  if (options.batch)
+    SendBatch(options, files, outcome);
+  else
+    SendEach(options, files, outcome);
+  progress.Finish();
+  return outcome.Worst();
+}
+
+}  // namespace
+
+void AddSendCommand(CLI::App& app, int& exitCode) {
+  auto options = std::make_shared<SendOptions>();
+  CLI::App* cmd =
+      app.add_subcommand("send", "send every DICOM file under the given paths with C-STORE");
+  AddNetOptions(cmd, options->net, true);
+  cmd->add_flag("--batch", options->batch,
+                "send all files over one association proposing every SOP class met");
+  cmd->add_option("HOST", options->host, "host name or address")->required();
+  cmd->add_option("PORT", options->port, "port number or service name")->required();
+  cmd->add_option("PATH", options->paths, "files or directories (walked)")->required();
+  cmd->callback([options, &exitCode]() { exitCode = RunSend(*options); });
+}

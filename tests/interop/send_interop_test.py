@@ -1,0 +1,203 @@
+#!/usr/bin/python3
+"""`kestrel send` against DCMTK's storescp, on 127.0.0.1 with ports the system gives.
+
+  - pydicom's sample files, one association per file and with --batch: every file arrives and
+    holds the same elements with the same values as the file sent;
+  - bad input beside good files: a file that is not DICOM, an unreadable file, a SOP class the
+    peer refuses; each gets its own line on standard error, the others are still sent, and the
+    exit code is the worst met (3 for a local failure, 1 for a refused SOP class).
+"""
+import os
+import shutil
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+import pydicom
+from pydicom.uid import generate_uid
+
+KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
+SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
+# Syntaxes whose values read the same whichever of them carries the file; big endian files are
+# left out because pydicom keeps their OW values in file byte order.
+SENDABLE = {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.4.50",
+            "1.2.840.10008.1.2.4.51", "1.2.840.10008.1.2.4.57", "1.2.840.10008.1.2.4.70",
+            "1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.91", "1.2.840.10008.1.2.5"}
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def wait_for_port(port, seconds=10):
+    deadline = time.time() + seconds
+    while time.time() < deadline:
+        try:
+            with socket.create_connection(("127.0.0.1", port), timeout=1):
+                return True
+        except OSError:
+            time.sleep(0.05)
+    return False
+
+
+class StoreSCP:
+    def __init__(self, directory):
+        self.port = free_port()
+        self.process = subprocess.Popen(
+            ["storescp", "+xa", "-od", directory, "-aet", "ANY-SCP", str(self.port)],
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        if not wait_for_port(self.port):
+            self.stop()
+            raise RuntimeError("storescp did not start")
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait(timeout=10)
+
+
+def sample_files():
+    """One file per SOP instance among the samples that are storage instances."""
+    chosen, seen = [], set()
+    for name in sorted(os.listdir(SAMPLES)):
+        path = os.path.join(SAMPLES, name)
+        try:
+            ds = pydicom.dcmread(path)
+            syntax = str(ds.file_meta.TransferSyntaxUID)
+            instance = str(ds.SOPInstanceUID)
+            ds.SOPClassUID
+        except Exception:
+            continue
+        if syntax not in SENDABLE or instance in seen or name.startswith("DICOMDIR"):
+            continue
+        # A damaged file (one sample declares a syntax its data set is not in) is not sent.
+        if subprocess.run(["dcmdump", "-q", path], capture_output=True).returncode != 0:
+            continue
+        seen.add(instance)
+        chosen.append(path)
+    return chosen
+
+
+def received(directory):
+    found = {}
+    for name in os.listdir(directory):
+        ds = pydicom.dcmread(os.path.join(directory, name))
+        found[str(ds.SOPInstanceUID)] = ds
+    return found
+
+
+def send(*args):
+    return subprocess.run([KESTREL, "send", "--timeout", "20", *map(str, args)],
+                          capture_output=True, text=True, timeout=120)
+
+
+@unittest.skipUnless(shutil.which("storescp") and os.path.exists(KESTREL), "needs storescp")
+class SendToStoreSCP(unittest.TestCase):
+    def setUp(self):
+        self.tmp = tempfile.TemporaryDirectory()
+        self.inbox = os.path.join(self.tmp.name, "inbox")
+        os.mkdir(self.inbox)
+        self.scp = StoreSCP(self.inbox)
+
+    def tearDown(self):
+        self.scp.stop()
+        self.tmp.cleanup()
+
+    def check_samples_arrive(self, *options):
+        files = sample_files()
+        self.assertGreater(len(files), 10)
+        result = send(*options, "127.0.0.1", self.scp.port, *files)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        got = received(self.inbox)
+        self.assertEqual(len(got), len(files))
+        for path in files:
+            sent = pydicom.dcmread(path)
+            arrived = got[str(sent.SOPInstanceUID)]
+            self.assertEqual(arrived.file_meta.TransferSyntaxUID.is_compressed,
+                             sent.file_meta.TransferSyntaxUID.is_compressed, path)
+            # Group lengths and trailing padding carry nothing and are not sent; everything
+            # else must arrive as sent.
+            sent_tags = [e.tag for e in sent if e.tag.element != 0 and e.tag != 0xFFFCFFFC]
+            arrived_tags = [e.tag for e in arrived if e.tag.element != 0]
+            self.assertEqual(arrived_tags, sent_tags, path)
+            for tag in sent_tags:
+                element = sent[tag]
+                self.assertEqual(arrived[element.tag].value, element.value,
+                                 "%s %s" % (path, element.tag))
+        # The summary line is printed in every case.
+        self.assertIn(str(len(files)), result.stderr)
+
+    def test_samples_one_association_each(self):
+        self.check_samples_arrive()
+
+    def test_samples_batch(self):
+        self.check_samples_arrive("--batch")
+
+    def bad_input_tree(self):
+        tree = os.path.join(self.tmp.name, "tree")
+        os.makedirs(os.path.join(tree, "sub"))
+        ct = pydicom.dcmread(os.path.join(SAMPLES, "CT_small.dcm"))
+        ct.save_as(os.path.join(tree, "a_good.dcm"))
+        with open(os.path.join(tree, "b_text.dcm"), "w") as f:
+            f.write("this is not DICOM\n" * 20)
+        unreadable = os.path.join(tree, "sub", "c_unreadable.dcm")
+        shutil.copy(os.path.join(SAMPLES, "MR_small.dcm"), unreadable)
+        os.chmod(unreadable, 0)
+        private = pydicom.dcmread(os.path.join(SAMPLES, "MR_small.dcm"))
+        private.SOPClassUID = "1.2.826.0.1.3680043.9.9999.1"
+        private.file_meta.MediaStorageSOPClassUID = private.SOPClassUID
+        private.SOPInstanceUID = generate_uid()
+        private.save_as(os.path.join(tree, "d_refused.dcm"))
+        good2 = pydicom.dcmread(os.path.join(SAMPLES, "MR_small.dcm"))
+        good2.SOPInstanceUID = generate_uid()
+        good2.file_meta.MediaStorageSOPInstanceUID = good2.SOPInstanceUID
+        good2.save_as(os.path.join(tree, "e_good.dcm"))
+        return tree, unreadable
+
+    def check_bad_input(self, *options):
+        tree, unreadable = self.bad_input_tree()
+        result = send(*options, "127.0.0.1", self.scp.port, tree)
+        lines = result.stderr.splitlines()
+        self.assertEqual(len([l for l in lines if "b_text.dcm: not a DICOM file" in l]), 1,
+                         result.stderr)
+        if os.geteuid() != 0:
+            self.assertEqual(len([l for l in lines if "c_unreadable.dcm: cannot read" in l]), 1,
+                             result.stderr)
+        refused = [l for l in lines if l.startswith(os.path.join(tree, "d_refused.dcm") + ": ")]
+        self.assertEqual(len(refused), 1, result.stderr)
+        self.assertIn("rror: Unable to", refused[0])
+        # The two good files (and the unreadable one when running as root) arrived.
+        got = received(self.inbox)
+        self.assertEqual(len(got), 2 if os.geteuid() != 0 else 3, result.stderr)
+        # Worst code met: the local failures (3) outrank the refused SOP class (1).
+        self.assertEqual(result.returncode, 3, result.stderr)
+
+    def test_bad_input_one_association_each(self):
+        self.check_bad_input()
+
+    def test_bad_input_batch(self):
+        self.check_bad_input("--batch")
+
+    def test_refused_sop_class_alone_exits_1(self):
+        tree, _ = self.bad_input_tree()
+        for options in ([], ["--batch"]):
+            result = send(*options, "127.0.0.1", self.scp.port, os.path.join(tree, "d_refused.dcm"))
+            self.assertEqual(result.returncode, 1, result.stderr)
+
+    def test_closed_port_exits_1_for_every_file(self):
+        tree, _ = self.bad_input_tree()
+        port = free_port()
+        for options in ([], ["--batch"]):
+            result = send(*options, "127.0.0.1", port, os.path.join(tree, "a_good.dcm"),
+                          os.path.join(tree, "e_good.dcm"))
+            self.assertEqual(result.returncode, 1, result.stderr)
+            # Client speaks "Error:", the shared association "ERROR:", as the library has it.
+            self.assertEqual(result.stderr.lower().count("error: unable to connect to 127.0.0.1"),
+                             2, result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
