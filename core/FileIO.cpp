@@ -1,4 +1,5 @@
 // DICOM files: reading with or without preamble, writing with a file meta group of our own.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -39,7 +40,8 @@ class FileSource : public ByteBuffer::Source {
   FileSource(std::FILE* file, uint64_t size, uint64_t position)
       : file_(file), size_(size), position_(position) {}
   size_t Read(void* data, size_t length) override {
-    size_t got = std::fread(data, 1, length, file_);
+    length = static_cast<size_t>(std::min<uint64_t>(length, Remaining()));
+    size_t got = length ? std::fread(data, 1, length, file_) : 0;
     position_ += got;
     return got;
   }
@@ -137,7 +139,13 @@ thread_local bool lastLoadOnThreadComplete = false;
 
 bool DICOMCodec::WasLastLoadOnThreadComplete() { return lastLoadOnThreadComplete; }
 
-DICOMDataObject* DICOMCodec::LoadFile(const char* path) {
+DICOMDataObject* DICOMCodec::LoadFile(const char* path) { return ReadFile(path, UINT64_MAX); }
+
+DICOMDataObject* DICOMCodec::LoadFileHead(const char* path, uint32_t bytes) {
+  return ReadFile(path, bytes);
+}
+
+DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit) {
   lastLoadComplete_ = false;
   lastLoadOnThreadComplete = false;
   if (!path) return nullptr;
@@ -169,11 +177,14 @@ DICOMDataObject* DICOMCodec::LoadFile(const char* path) {
 
   auto* object = new (std::nothrow) DICOMDataObject;
   if (!object) return nullptr;
-  FileSource source(file.get(), static_cast<uint64_t>(size), start);
+  // A head read stops `limit` bytes into the data: what lies beyond is not even looked at.
+  uint64_t end = static_cast<uint64_t>(size);
+  if (limit < end - start) end = start + limit;
+  FileSource source(file.get(), end, start);
   ByteBuffer buffer;
   buffer.AttachSource(&source);
   bool decoded = Decode(buffer, object, mode);
-  lastLoadComplete_ = decoded && !buffer.HasBytes();
+  lastLoadComplete_ = decoded && !buffer.HasBytes() && end == static_cast<uint64_t>(size);
   lastLoadOnThreadComplete = lastLoadComplete_;
   return object;
 }

@@ -51,6 +51,11 @@ class KESTREL_API DICOMCodec {
   // be opened. A damaged file gives whatever could be decoded; WasLastLoadComplete tells which.
   DICOMDataObject* LoadFile(const char* path);
   bool WasLastLoadComplete() const { return lastLoadComplete_; }
+  // As LoadFile, but reads no more than the first `bytes` bytes after the preamble: the meta
+  // group and the leading attributes of a file, for a caller that only needs to tell what a
+  // file is, at a fixed cost however large its pixel data. An element cut by the limit is
+  // left out, and the load counts as incomplete unless the whole file fitted.
+  DICOMDataObject* LoadFileHead(const char* path, uint32_t bytes);
   // The same for the last LoadFile of any codec on the calling thread, for callers that read
   // files through classes which keep their codec to themselves (the storage objects).
   static bool WasLastLoadOnThreadComplete();
@@ -73,6 +78,7 @@ class KESTREL_API DICOMCodec {
   virtual std::string GetLocalAETitle() const;
 
  private:
+  DICOMDataObject* ReadFile(const char* path, uint64_t limit);
   bool EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta, bool top);
   bool EncodeElement(VR* element, ByteBuffer& buffer, int mode);
   bool EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int metaMode);

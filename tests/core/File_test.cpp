@@ -421,4 +421,25 @@ TEST_F(FileTest, TruncatedFileGivesPartialObject) {
   EXPECT_TRUE(DICOMCodec::WasLastLoadOnThreadComplete());
 }
 
+// A head read classifies a file at a fixed cost: the leading attributes, never the pixel data.
+TEST_F(FileTest, HeadReadStopsAtTheLimit) {
+  REQUIRE_SAMPLES();
+  const std::string path = kSamples + "CT_small.dcm";
+  const uint64_t size = std::filesystem::file_size(path);
+  std::unique_ptr<DICOMDataObject> head(codec_.LoadFileHead(path.c_str(), 2048));
+  ASSERT_NE(head, nullptr);
+  EXPECT_FALSE(codec_.WasLastLoadComplete());
+  EXPECT_EQ(Value(head->Find(0x0002, 0x0010)), std::string("1.2.840.10008.1.2.1", 20));
+  EXPECT_EQ(Value(head->Find(0x0008, 0x0016)), std::string("1.2.840.10008.5.1.4.1.1.2", 26));
+  EXPECT_EQ(head->Find(0x7FE0, 0x0010), nullptr);
+  EXPECT_EQ(head->Find(0x0028, 0x0010), nullptr);  // (0028,xxxx) lies beyond 2 KB
+  // A limit past the end reads the whole file, the same as LoadFile.
+  std::unique_ptr<DICOMDataObject> whole(
+      codec_.LoadFileHead(path.c_str(), static_cast<uint32_t>(size)));
+  ASSERT_NE(whole, nullptr);
+  EXPECT_TRUE(codec_.WasLastLoadComplete());
+  EXPECT_NE(whole->Find(0x7FE0, 0x0010), nullptr);
+  EXPECT_EQ(codec_.LoadFileHead((kSamples + "no such file").c_str(), 2048), nullptr);
+}
+
 }  // namespace
