@@ -25,8 +25,8 @@ constexpr size_t kEncodeBlock = 64 * 1024;
 // follow it, so that the one Finish sends is the last and carries the last-fragment bit.
 class FragmentSink : public ByteBuffer::Sink {
  public:
-  FragmentSink(KESTREL::TransportBuffer& out, uint8_t contextID, bool command)
-      : out_(out), contextID_(contextID), control_(command ? pdu::kCommandBit : 0) {
+  FragmentSink(KESTREL::TransportBuffer& out, Socket& socket, uint8_t contextID, bool command)
+      : out_(out), socket_(socket), contextID_(contextID), control_(command ? pdu::kCommandBit : 0) {
     pending_.reserve(PDU_Service::kFragmentLength);
   }
 
@@ -54,10 +54,17 @@ class FragmentSink : public ByteBuffer::Sink {
     out_.Write(pending_.data(), pending_.size());
     pending_.clear();
     started_ = true;
-    return out_.Flush();
+    // Every PDU is flushed as it is made; all but the last of a message are sent as "more
+    // follows", so that a large data set leaves in full segments rather than one segment,
+    // and one wake-up of the peer, per 4 KB fragment.
+    socket_.SetMoreToFollow(!last);
+    bool sent = out_.Flush();
+    socket_.SetMoreToFollow(false);
+    return sent;
   }
 
   KESTREL::TransportBuffer& out_;
+  Socket& socket_;
   uint8_t contextID_;
   uint8_t control_;
   std::vector<uint8_t> pending_;
@@ -75,7 +82,7 @@ int PDU_Service::WriteOnContext(DICOMObject* object, uint8_t contextID, bool com
   if (!mode) return 0;
   // The encoding streams into the fragments as it is made, in blocks of kEncodeBlock, so a
   // large data set is never held twice; the fragments are those of the whole encoded object.
-  FragmentSink sink(state_->transport, contextID, command);
+  FragmentSink sink(state_->transport, socket_, contextID, command);
   ByteBuffer encoded;
   encoded.AttachSink(&sink, kEncodeBlock);
   bool encodedAll = Encode(object, encoded, mode, true) && encoded.Flush();

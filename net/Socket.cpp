@@ -214,7 +214,7 @@ bool Socket::Shutdown(int handle) { return handle > 0 && sockets::Shutdown(handl
 
 int Socket::Send(const void* buffer, uint32_t length) {
   if (!connected_) return 0;
-  if (sockets::Send(dataSocket_, buffer, length) < 0)
+  if (sockets::Send(dataSocket_, buffer, length, moreToFollow_) < 0)
     Log("SOCKET END ERROR: " + std::to_string(sockets::LastError()), 3);
   return 1;
 }

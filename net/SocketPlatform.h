@@ -37,8 +37,9 @@ bool Listen(Handle handle, int backlog);
 // written when the pointers are not null. Interrupted calls are retried.
 Handle Accept(Handle handle, uint32_t* address, uint16_t* port);
 // One send call; never raises SIGPIPE. Retried only when a signal interrupted it before any
-// byte went out. The number of bytes sent, or -1.
-long Send(Handle handle, const void* data, size_t length);
+// byte went out. With `more`, the system is told that more data follows at once, so it may
+// hold the bytes back to fill whole segments. The number of bytes sent, or -1.
+long Send(Handle handle, const void* data, size_t length, bool more = false);
 // One receive call, retried when interrupted; the number of bytes, 0 at an orderly close, -1.
 long Receive(Handle handle, void* data, size_t length);
 // The same without blocking: -2 when nothing is waiting.

@@ -110,10 +110,11 @@ Handle Accept(Handle handle, uint32_t* address, uint16_t* port) {
   return accepted;
 }
 
-long Send(Handle handle, const void* data, size_t length) {
+long Send(Handle handle, const void* data, size_t length, bool more) {
+  const int flags = MSG_NOSIGNAL | (more ? MSG_MORE : 0);
   ssize_t sent;
   do {
-    sent = send(handle, data, length, MSG_NOSIGNAL);
+    sent = send(handle, data, length, flags);
   } while (sent < 0 && errno == EINTR);
   return static_cast<long>(sent);
 }

@@ -64,6 +64,11 @@ class KESTREL_API Socket {
   // Closes the data socket only; a listen socket stays open for the next Accept.
   int Disconnect();
   bool IsConnected() const { return connected_; }
+  // While set, each Send tells the system that more bytes follow at once (the fragments of one
+  // message), so that it fills whole segments instead of pushing each send out on its own.
+  // The bytes sent are the same; only their packing into segments changes. Clear it before
+  // the last send of a message, or that send would wait.
+  void SetMoreToFollow(bool more) { moreToFollow_ = more; }
   uint32_t GetTimeout() const { return timeout_; }
   // The receive time-out every Socket made afterwards starts with (process-wide).
   static void SetDefaultTimeout(uint32_t seconds);
@@ -79,6 +84,7 @@ class KESTREL_API Socket {
   int listenSocket_ = 0;      // 0 = none
   bool datagram_ = false;
   bool connected_ = false;
+  bool moreToFollow_ = false;
   bool listening_ = false;
   bool counted_ = false;      // the socket library was started for this object
   uint32_t peerAddress_ = 0;  // network order
