@@ -20,6 +20,7 @@
 #include "kestrel/CStorage.h"
 #include "kestrel/CUnknownStorage.h"
 #include "kestrel/DICOMCodec.h"
+#include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
 #include "kestrel/Notifier.h"
 #include "kestrel/PDU_Service.h"
@@ -29,9 +30,6 @@
 namespace {
 
 constexpr char kImplicitLittle[] = "1.2.840.10008.1.2";
-// With --batch the objects read to learn the proposal are kept for sending while they fit in
-// this much; the rest are read again when their turn comes.
-constexpr uint64_t kKeptBytes = 256ull << 20;
 
 struct SendOptions {
   NetOptions net;
@@ -102,6 +100,31 @@ bool LoadObject(const std::string& path, Loaded& loaded, std::string& error) {
     error = "not a storage instance (no SOP Class UID or SOP Instance UID); not sent";
     return false;
   }
+  return true;
+}
+
+std::string TextValue(DICOMDataObject* object, uint16_t group, uint16_t element) {
+  UID value;
+  value.Set(object->Find(group, element));
+  return value.ToString();
+}
+
+// What --batch must propose for a file: its SOP class and the syntax it is held in, read from
+// the head of the file so that the pixel data is read once, when the file is sent. A file
+// whose head does not tell is read whole, which also gives the reason when it cannot be sent.
+bool ProbeObject(const InputFile& file, UID& sopClass, UID& syntax, std::string& error) {
+  constexpr uint32_t kHeadBytes = 64 * 1024;
+  DICOMCodec codec;
+  std::unique_ptr<DICOMDataObject> head(codec.LoadFileHead(file.path.c_str(), kHeadBytes));
+  if (head) {
+    sopClass.Set(TextValue(head.get(), 0x0008, 0x0016));
+    syntax.Set(TextValue(head.get(), 0x0002, 0x0010));
+    if (!sopClass.IsEmpty() && !TextValue(head.get(), 0x0008, 0x0018).empty()) return true;
+  }
+  Loaded loaded;
+  if (!LoadObject(file.path, loaded, error)) return false;
+  sopClass = loaded.sopClass;
+  syntax.Set(loaded.syntax);
   return true;
 }
 
@@ -194,26 +217,23 @@ class BatchAssociation {
 };
 
 void SendBatch(const SendOptions& options, const std::vector<InputFile>& files, Outcome& outcome) {
-  // First pass: the SOP class and transfer syntax of every file, for the proposal.
-  std::vector<Loaded> loaded(files.size());
+  // First pass: the SOP class and transfer syntax of every file, for the proposal. Files are
+  // read whole only when their turn comes, one at a time: memory stays that of one object
+  // whatever the batch holds.
   std::vector<std::string> errors(files.size());
   std::vector<UID> sopClasses, syntaxes;
-  uint64_t keptBytes = 0;
   for (size_t i = 0; i < files.size(); ++i) {
+    UID sopClass, syntax;
     errors[i] = files[i].error;
-    if (!errors[i].empty() || !LoadObject(files[i].path, loaded[i], errors[i])) continue;
-    sopClasses.push_back(loaded[i].sopClass);
-    syntaxes.push_back(UID(loaded[i].syntax));
-    keptBytes += files[i].bytes;
-    if (keptBytes > kKeptBytes) loaded[i].storage.reset();
+    if (!errors[i].empty() || !ProbeObject(files[i], sopClass, syntax, errors[i])) continue;
+    sopClasses.push_back(sopClass);
+    syntaxes.push_back(syntax);
   }
 
   BatchAssociation association(options, std::move(sopClasses), std::move(syntaxes));
   for (size_t i = 0; i < files.size(); ++i) {
     const InputFile& file = files[i];
-    Loaded current = std::move(loaded[i]);
     std::string error = errors[i];
-    if (error.empty() && !current.storage) LoadObject(file.path, current, error);
     if (!error.empty()) {
       outcome.Failed(file, error, kExitLocalFailure);
       continue;
@@ -221,6 +241,11 @@ void SendBatch(const SendOptions& options, const std::vector<InputFile>& files, 
     PDU_Service* pdu = association.Get(error);
     if (!pdu) {
       outcome.Failed(file, error, kExitNoAssociation);
+      continue;
+    }
+    Loaded current;
+    if (!LoadObject(file.path, current, error)) {  // changed since the first pass
+      outcome.Failed(file, error, kExitLocalFailure);
       continue;
     }
     KESTREL::KESTREL_STATUS status = KESTREL::KESTREL_STATUS_OK;

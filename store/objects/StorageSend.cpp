@@ -74,8 +74,10 @@ class StorageAssociation : public PDU_Service {
 };
 
 std::string ConfigFilePath() {
-  // Settings name directories without a trailing separator; this is a POSIX path.
-  return GetRegLocalMachineStr("Install Dir", 1) + "/pdu.txt";
+  // Settings name directories without a trailing separator. Without the setting the file is
+  // looked for where the other clients look, in the current directory, not at the root.
+  std::string directory = GetRegLocalMachineStr("Install Dir", 1);
+  return directory.empty() ? std::string("pdu.txt") : directory + "/pdu.txt";
 }
 
 // The storage client speaks as every other wrapper's client; the shared association of
