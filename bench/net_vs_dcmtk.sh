@@ -6,6 +6,8 @@
 #   ct     C-STORE of the 300-slice 512x512 CT series: storescu -> kestrel serve and storescu ->
 #          storescp, paired (interleaved) in one run, each receiver writing into its own folder
 #   small  the same for 5,000 small CT images (64x64)
+#   send-ct, send-small  the senders: `kestrel send --batch` and `storescu +sd -xe` of the CT
+#          series or of the small images to storescp, paired (interleaved)
 # DCMTK's tools are measured twice: as shipped, and with TCP_NODELAY=1 in their environment,
 # which makes DCMTK set TCP_NODELAY (Debian's build leaves Nagle's algorithm on, so each PDU
 # it writes in two parts waits for a delayed acknowledgement). The store sets run every pass
@@ -21,7 +23,7 @@
 #                              [--data DIR] [--work DIR] [--kestrel PATH]
 #   --runs N       timed passes per receiver and store set (default 3)
 #   --echoes N     associations per echo measurement (default 200)
-#   --sets LIST    what to measure (default all five)
+#   --sets LIST    what to measure (default all seven)
 #   --data DIR     where the series are, or are made (default bench/out; uses DIR/in/ct and
 #                  DIR/in/small)
 #   --work DIR     where received files go (default bench/out/net; emptied between passes)
@@ -33,7 +35,7 @@ here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 root="$(dirname "$here")"
 runs=3
 echoes=200
-sets=(echo ct small path tcp)
+sets=(echo ct small send-ct send-small path tcp)
 data="$here/out"
 work="$here/out/net"
 kestrel=""
@@ -47,7 +49,7 @@ while [[ $# -gt 0 ]]; do
     --data) data="$2"; shift 2 ;;
     --work) work="$2"; shift 2 ;;
     --kestrel) kestrel="$2"; shift 2 ;;
-    -h|--help) sed -n '2,25p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,27p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "unknown option $1" >&2; exit 2 ;;
   esac
 done
@@ -195,6 +197,63 @@ run_store() {  # set name
   done
 }
 
+# One timed pass of folder $1 sent by $2 ("kestrel" or "storescu") to a fresh storescp, with
+# DCMTK's TCP_NODELAY variable set to $3 ("" for as shipped); prints the seconds.
+send_pass() {
+  local folder="$1" sender="$2" nodelay="$3" dir="$work/received-storescp" port t0 t1
+  local env=(env); [[ -n "$nodelay" ]] && env=(env TCP_NODELAY="$nodelay")
+  rm -rf "$dir"; mkdir -p "$dir"
+  port=$(free_port)
+  "${env[@]}" storescp -od "$dir" "$port" >/dev/null 2>&1 &
+  scp_pid=$!; pids+=("$scp_pid")
+  wait_port "$port" || die "storescp did not start"
+  t0=$(now)
+  if [[ "$sender" = kestrel ]]; then
+    "$kestrel" send --batch --quiet 127.0.0.1 "$port" "$folder" 2>"$work/send.err" \
+      || die "kestrel send failed: $(tail -3 "$work/send.err")"
+  else
+    "${env[@]}" storescu -aet BENCH +sd -xe 127.0.0.1 "$port" "$folder" >/dev/null \
+      2>"$work/storescu.err" || die "storescu failed: $(tail -3 "$work/storescu.err")"
+  fi
+  t1=$(now)
+  stop "$scp_pid"
+  local count; count=$(find "$dir" -type f | wc -l)
+  [[ "$count" -eq "$(find "$folder" -type f | wc -l)" ]] || die "storescp stored $count files from $sender"
+  echo "$t1 - $t0" | bc -l
+}
+
+run_send() {  # set name
+  local name="$1" folder files bytes mode sender label seconds
+  folder="$data/in/$name"
+  [[ -d "$folder" ]] || "$python" "$here/make_data.py" generate "$data" >/dev/null
+  files=$(find "$folder" -type f | wc -l)
+  bytes=$(du -sb "$folder" | cut -f1)
+  declare -A times=()
+  # One untimed pass, by the quickest pair, brings the files into the page cache for all.
+  send_pass "$folder" kestrel 1 >/dev/null
+  for _ in $(seq "$runs"); do
+    for mode in shipped nodelay; do
+      for sender in kestrel storescu; do
+        times[$mode-$sender]+="$(send_pass "$folder" "$sender" "$([[ $mode = nodelay ]] && echo 1)") "
+      done
+    done
+  done
+  row ""
+  row "Sending $name to storescp: $files files, $((bytes / 1000000)) MB, one association, median of $runs"
+  row ""
+  row "| sender, receiver | seconds | MB/s | files/s |"
+  row "|---|---|---|---|"
+  for mode in shipped nodelay; do
+    for sender in kestrel storescu; do
+      seconds=$(printf '%s\n' ${times[$mode-$sender]} | median)
+      label="$([[ $sender = kestrel ]] && echo "kestrel send --batch" || echo "storescu +sd -xe") -> storescp"
+      [[ $mode = nodelay ]] && label="$label, TCP_NODELAY=1"
+      row "$(printf '| %s | %.2f | %.0f | %.0f |' "$label" "$seconds" \
+        "$(echo "$bytes / $seconds / 1000000" | bc -l)" "$(echo "$files / $seconds" | bc -l)")"
+    done
+  done
+}
+
 run_path() {
   local tool
   tool="$(dirname "$kestrel")/net_throughput"
@@ -239,6 +298,7 @@ for set in "${sets[@]}"; do
   case "$set" in
     echo) run_echo ;;
     ct|small) run_store "$set" ;;
+    send-ct|send-small) run_send "${set#send-}" ;;
     path) run_path ;;
     tcp) run_tcp ;;
     *) die "unknown set $set" ;;
