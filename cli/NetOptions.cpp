@@ -21,7 +21,7 @@ void AddNetOptions(CLI::App* cmd, NetOptions& options, bool calledAE) {
                   "socket receive time-out in seconds (default " +
                       std::to_string(Socket::kDefaultTimeout) + ")")
       ->check(CLI::Range(int64_t{0}, int64_t{UINT32_MAX}));
-  cmd->add_flag("--verbose", options.verbose, "a line per association");
+  cmd->add_flag("--verbose", options.verbose, "a line per file or association");
   cmd->add_flag("--quiet", options.quiet, "print errors only");
 }
 
