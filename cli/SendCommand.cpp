@@ -103,12 +103,6 @@ bool LoadObject(const std::string& path, Loaded& loaded, std::string& error) {
   return true;
 }
 
-std::string TextValue(DICOMDataObject* object, uint16_t group, uint16_t element) {
-  UID value;
-  value.Set(object->Find(group, element));
-  return value.ToString();
-}
-
 // What --batch must propose for a file: its SOP class and the syntax it is held in, read from
 // the head of the file so that the pixel data is read once, when the file is sent. A file
 // whose head does not tell is read whole, which also gives the reason when it cannot be sent.
@@ -117,9 +111,11 @@ bool ProbeObject(const InputFile& file, UID& sopClass, UID& syntax, std::string&
   DICOMCodec codec;
   std::unique_ptr<DICOMDataObject> head(codec.LoadFileHead(file.path.c_str(), kHeadBytes));
   if (head) {
-    sopClass.Set(TextValue(head.get(), 0x0008, 0x0016));
-    syntax.Set(TextValue(head.get(), 0x0002, 0x0010));
-    if (!sopClass.IsEmpty() && !TextValue(head.get(), 0x0008, 0x0018).empty()) return true;
+    UID sopInstance;
+    sopClass.Set(head->Find(0x0008, 0x0016));
+    sopInstance.Set(head->Find(0x0008, 0x0018));
+    syntax.Set(head->Find(0x0002, 0x0010));
+    if (!sopClass.IsEmpty() && !sopInstance.IsEmpty()) return true;
   }
   Loaded loaded;
   if (!LoadObject(file.path, loaded, error)) return false;
