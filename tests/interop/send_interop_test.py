@@ -45,10 +45,10 @@ def wait_for_port(port, seconds=10):
 
 
 class StoreSCP:
-    def __init__(self, directory):
+    def __init__(self, directory, *options):
         self.port = free_port()
         self.process = subprocess.Popen(
-            ["storescp", "+xa", "-od", directory, "-aet", "ANY-SCP", str(self.port)],
+            ["storescp", "+xa", "-od", directory, "-aet", "ANY-SCP", *options, str(self.port)],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         if not wait_for_port(self.port):
             self.stop()
@@ -197,6 +197,21 @@ class SendToStoreSCP(unittest.TestCase):
             # Client speaks "Error:", the shared association "ERROR:", as the library has it.
             self.assertEqual(result.stderr.lower().count("error: unable to connect to 127.0.0.1"),
                              2, result.stderr)
+
+    def test_aborting_peer_fails_each_file_with_2(self):
+        # The peer aborts every association once it has a request: with --batch each file
+        # after the first gets an association of its own, and fails on it as the first did.
+        tree, _ = self.bad_input_tree()
+        aborting = StoreSCP(self.inbox, "--abort-after")
+        try:
+            files = [os.path.join(tree, "a_good.dcm"), os.path.join(tree, "e_good.dcm")]
+            for options in ([], ["--batch"]):
+                result = send(*options, "127.0.0.1", aborting.port, *files)
+                self.assertEqual(result.returncode, 2, result.stderr)
+                lines = [l for l in result.stderr.splitlines() if "Unable to write" in l]
+                self.assertEqual(len(lines), 2, result.stderr)
+        finally:
+            aborting.stop()
 
 
 if __name__ == "__main__":
