@@ -198,6 +198,22 @@ class SendToStoreSCP(unittest.TestCase):
             self.assertEqual(result.stderr.lower().count("error: unable to connect to 127.0.0.1"),
                              2, result.stderr)
 
+    def test_for_processing_image_goes_as_what_it_is(self):
+        # Held by the "for presentation" class, a DX "for processing" image still goes, and
+        # arrives, under its own SOP class.
+        processing = "1.2.840.10008.5.1.4.1.1.1.1.1"
+        dx = pydicom.dcmread(os.path.join(SAMPLES, "CT_small.dcm"))
+        dx.SOPClassUID = processing
+        dx.file_meta.MediaStorageSOPClassUID = processing
+        path = os.path.join(self.tmp.name, "dx.dcm")
+        dx.save_as(path)
+        for options in ([], ["--batch"]):
+            result = send(*options, "127.0.0.1", self.scp.port, path)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            arrived = received(self.inbox)[str(dx.SOPInstanceUID)]
+            self.assertEqual(str(arrived.SOPClassUID), processing)
+            self.assertEqual(str(arrived.file_meta.MediaStorageSOPClassUID), processing)
+
     def test_aborting_peer_fails_each_file_with_2(self):
         # The peer aborts every association once it has a request: with --batch each file
         # after the first gets an association of its own, and fails on it as the first did.
