@@ -20,17 +20,6 @@ struct EchoOptions {
   int repeat = 1;
 };
 
-int ExitCodeOf(KESTREL::KESTREL_STATUS status) {
-  switch (status) {
-    case KESTREL::KESTREL_STATUS_OK:
-      return kExitOk;
-    case KESTREL::KESTREL_STATUS_CONNECT_FAILED:
-      return kExitNoAssociation;
-    default:
-      return kExitExchangeFailed;
-  }
-}
-
 int RunEcho(const EchoOptions& options) {
   ApplyTimeout(options.net);
   int worst = kExitOk;

@@ -124,17 +124,6 @@ bool ProbeObject(const InputFile& file, UID& sopClass, UID& syntax, std::string&
   return true;
 }
 
-int ExitCodeOf(KESTREL::KESTREL_STATUS status) {
-  switch (status) {
-    case KESTREL::KESTREL_STATUS_OK:
-      return kExitOk;
-    case KESTREL::KESTREL_STATUS_CONNECT_FAILED:
-      return kExitNoAssociation;
-    default:
-      return kExitExchangeFailed;
-  }
-}
-
 // Counts every file once, in the progress and in the exit code.
 class Outcome {
  public:
