@@ -14,6 +14,7 @@
 #include "kestrel/RTC.h"
 #include "kestrel/StandardStorage.h"
 #include "tests/interop/DcmtkPeer.h"
+#include "tests/TestValues.h"
 
 namespace fs = std::filesystem;
 
@@ -24,14 +25,6 @@ using kestrel_test::HaveTool;
 using kestrel_test::Storescp;
 
 const char kSamples[] = "/usr/lib/python3/dist-packages/pydicom/data/test_files";
-
-std::string TextOf(DICOMObject* object, uint16_t group, uint16_t element) {
-  VR* vr = object->Find(group, element);
-  if (!vr || !vr->Data) return std::string();
-  std::string text(static_cast<const char*>(vr->Data), vr->Length);
-  while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.pop_back();
-  return text;
-}
 
 // A value without its padding. Trailing blanks are not significant in text values (PS3.5
 // 6.2), and storescp drops the surplus ones some writers leave (two blanks after an even value).

@@ -19,6 +19,7 @@
 #include "kestrel/Status.h"
 #include "kestrel/UID.h"
 #include "tests/interop/DcmtkPeer.h"
+#include "tests/TestValues.h"
 
 namespace fs = std::filesystem;
 
@@ -35,14 +36,6 @@ const char kMR[] = "1.2.840.10008.5.1.4.1.1.4";
 const char kSC[] = "1.2.840.10008.5.1.4.1.1.7";
 const char kJ2K[] = "1.2.840.10008.1.2.4.91";
 const char kExplicit[] = "1.2.840.10008.1.2.1";
-
-std::string TextOf(DICOMObject* object, uint16_t group, uint16_t element) {
-  VR* vr = object->Find(group, element);
-  if (!vr || !vr->Data) return std::string();
-  std::string text(static_cast<const char*>(vr->Data), vr->Length);
-  while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.pop_back();
-  return text;
-}
 
 // What storescp stored: SOP Instance UID -> transfer syntax of the file.
 std::map<std::string, std::string> Received(const Storescp& scp) {

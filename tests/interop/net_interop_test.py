@@ -18,13 +18,14 @@ import signal
 import socket
 import struct
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
 
 import pydicom
 from pydicom.uid import generate_uid
+
+from loopback import free_port, wait_for_port
 
 KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
 SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
@@ -50,25 +51,8 @@ def have_tools():
     return all(shutil.which(t) for t in ("storescp", "storescu", "echoscu", "dcmqrscp", "dcmdump"))
 
 
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
 def run(*args, timeout=60):
     return subprocess.run([str(a) for a in args], capture_output=True, timeout=timeout)
-
-
-def wait_for_port(port, seconds=10):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        try:
-            with socket.create_connection(("127.0.0.1", port), timeout=1):
-                return True
-        except OSError:
-            time.sleep(0.05)
-    return False
 
 
 class Serve:

@@ -15,7 +15,6 @@ import json
 import math
 import os
 import subprocess
-import sys
 import tempfile
 import unittest
 

@@ -9,14 +9,14 @@
 """
 import os
 import shutil
-import socket
 import subprocess
 import tempfile
-import time
 import unittest
 
 import pydicom
 from pydicom.uid import generate_uid
+
+from loopback import free_port, wait_for_port
 
 KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
 SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
@@ -25,23 +25,6 @@ SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
 SENDABLE = {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.4.50",
             "1.2.840.10008.1.2.4.51", "1.2.840.10008.1.2.4.57", "1.2.840.10008.1.2.4.70",
             "1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.91", "1.2.840.10008.1.2.5"}
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def wait_for_port(port, seconds=10):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        try:
-            with socket.create_connection(("127.0.0.1", port), timeout=1):
-                return True
-        except OSError:
-            time.sleep(0.05)
-    return False
 
 
 class StoreSCP:

@@ -14,18 +14,11 @@
 #include "kestrel/DIMSEN.h"
 #include "kestrel/Verification.h"
 #include "tests/net/NetTestSupport.h"
+#include "tests/TestValues.h"
 
 using namespace net_test;
 
 namespace {
-
-std::string TextOf(DICOMObject* object, uint16_t group, uint16_t element) {
-  VR* vr = object->Find(group, element);
-  if (!vr || !vr->Data) return std::string();
-  std::string text(static_cast<const char*>(vr->Data), vr->Length);
-  while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.pop_back();
-  return text;
-}
 
 void PushUS(DICOMObject* object, uint16_t element, uint16_t value) {
   auto* vr = new VR(0x0000, element, 2, true);

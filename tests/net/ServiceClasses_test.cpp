@@ -14,6 +14,7 @@
 #include "kestrel/StandardStorage.h"
 #include "kestrel/Verification.h"
 #include "tests/net/NetTestSupport.h"
+#include "tests/TestValues.h"
 
 using namespace net_test;
 
@@ -22,14 +23,6 @@ namespace {
 constexpr char kMRStorage[] = "1.2.840.10008.5.1.4.1.1.4";
 constexpr char kStudyRootMove[] = "1.2.840.10008.5.1.4.1.2.2.2";
 constexpr char kPatientRootFind[] = "1.2.840.10008.5.1.4.1.2.1.1";
-
-std::string TextOf(DICOMObject* object, uint16_t group, uint16_t element) {
-  VR* vr = object ? object->Find(group, element) : nullptr;
-  if (!vr || !vr->Data) return std::string();
-  std::string text(static_cast<const char*>(vr->Data), vr->Length);
-  while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.pop_back();
-  return text;
-}
 
 void PushText(DICOMObject* object, uint16_t group, uint16_t element, std::string text) {
   if (text.size() % 2) text.push_back(group == 0x0008 ? '\0' : ' ');
