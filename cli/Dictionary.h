@@ -4,7 +4,6 @@
 
 class RTC;
 
-// The data dictionary the tool attaches: `path` when given, else the one shipped beside the
-// tool (share/kestrel/dicom.bin, or its text form). Null when none could be loaded; the caller
-// deletes the result.
+// The data dictionary the tool attaches: `path` when given, else the one installed with the
+// library (GetInstalledRTCPath). Null when none could be loaded; the caller deletes the result.
 RTC* LoadToolDictionary(const std::string& path, std::string& error);

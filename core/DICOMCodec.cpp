@@ -1,6 +1,7 @@
 #include "kestrel/DICOMCodec.h"
 
 #include "core/TransferSyntax.h"
+#include "core/ValueContext.h"
 #include "kestrel/RTC.h"
 
 namespace {
@@ -11,7 +12,7 @@ constexpr char kImplementationVersionName[] = "Vexa ";
 
 }  // namespace
 
-DICOMCodec::DICOMCodec() = default;
+DICOMCodec::DICOMCodec() : context_(std::make_unique<ValueContext>()) {}
 
 DICOMCodec::~DICOMCodec() {
   if (ownsDictionary_) delete dictionary_;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/TransferSyntax.h"
+#include "core/ValueContext.h"
 #include "core/ValueRepresentation.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/RTC.h"
@@ -37,6 +38,7 @@ bool PushElement(DICOMObject* object, std::unique_ptr<VR>& element) {
 
 bool DICOMCodec::Decode(ByteBuffer& buffer, DICOMObject* object, int mode) {
   if (!object) return false;
+  *context_ = ValueContext();  // a new data set
   buffer.SetBigEndian(IsBigEndianMode(mode));
   return DecodeElements(buffer, object, mode, true);
 }
@@ -83,6 +85,7 @@ bool DICOMCodec::DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, u
 }
 
 bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top) {
+  ContextLevel level(*context_);
   bool syntaxPending = false;
   bool metaSeen = false;  // group 0002 read, and no transfer syntax in it so far
   std::string syntax;
@@ -125,7 +128,8 @@ bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mod
     if (explicitVR) {
       uint8_t letters[2];
       if (!buffer.ReadBytes(letters, 2)) return false;
-      element->TypeCode = MakeTypeCode(static_cast<char>(letters[0]), static_cast<char>(letters[1]));
+      element->TypeCode =
+          MakeTypeCode(static_cast<char>(letters[0]), static_cast<char>(letters[1]));
       if (metaEnds && metaSeen && !IsVRLetters(letters) && !buffer.IsBigEndian()) {
         // A meta group without a transfer syntax, followed by an implicit data set: the two
         // bytes are the low half of a 32-bit length, and the rest is implicit VR.
@@ -134,7 +138,8 @@ bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mod
         length = letters[0] | (letters[1] << 8) | (static_cast<uint32_t>(high) << 16);
         mode = kModeImplicitLittle;
         explicitVR = false;
-        element->TypeCode = dictionary_ ? dictionary_->GetTypeCode(group, number) : 0;
+        element->TypeCode =
+            dictionary_ ? ResolveTypeCode(dictionary_, group, number, *context_) : 0;
       } else if (HasLongHeader(element->TypeCode)) {
         uint16_t reserved;
         if (!buffer.Read16(reserved) || !buffer.Read32(length)) return false;
@@ -145,7 +150,7 @@ bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mod
       }
     } else {
       if (!buffer.Read32(length)) return false;
-      if (dictionary_) element->TypeCode = dictionary_->GetTypeCode(group, number);
+      if (dictionary_) element->TypeCode = ResolveTypeCode(dictionary_, group, number, *context_);
     }
     if (metaEnds) metaSeen = false;
 
@@ -198,6 +203,7 @@ bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mod
       syntax = TransferSyntaxText(element.get());
       syntaxPending = true;
     }
+    context_->Note(element.get());
     if (!PushElement(object, element)) return false;
   }
   return true;

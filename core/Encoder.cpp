@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "core/TransferSyntax.h"
+#include "core/ValueContext.h"
 #include "core/ValueRepresentation.h"
 #include "kestrel/DICOMCodec.h"
 
@@ -20,32 +21,34 @@ bool HasItems(const VR* element) {
 }
 
 // The VR written in an explicit stream. An element that never learnt its VR (read from an
-// implicit stream without a dictionary, or built without one) goes out as UN, a sequence as SQ
-// and a group length as UL: two zero letters would make the stream unreadable. A value too
-// long for a 16-bit length goes out as UN, whose header has room for it. Encapsulated pixel
+// implicit stream without a dictionary, or built without one) takes the one the dictionary and
+// the data set give (ResolveTypeCode); failing that it goes out as UN, a sequence as SQ. A value
+// too long for a 16-bit length goes out as UN, whose header has room for it. Encapsulated pixel
 // data always goes out as OB: some writers label it OW, and readers that trust the label then
 // take the fragments for words and refuse the odd lengths they find.
-uint16_t ExplicitTypeCode(const VR* element, uint32_t length) {
-  uint16_t typeCode = element->TypeCode;
-  if (element->Group == 0x7FE0 && element->Element == 0x0010 && HasItems(element))
-    return kTypeOB;
-  if (typeCode == 0) {
-    if (HasItems(element)) return kTypeSQ;
-    if (element->Element == 0) return kTypeUL;
-    return kTypeUN;
-  }
+uint16_t ExplicitTypeCode(const VR* element, uint16_t resolved, uint32_t length) {
+  if (element->Group == 0x7FE0 && element->Element == 0x0010 && HasItems(element)) return kTypeOB;
+  uint16_t typeCode = resolved;
+  if (typeCode == 0) return HasItems(element) ? kTypeSQ : kTypeUN;
+  if (typeCode == kTypeSQ && !HasItems(element) && element->Length) return kTypeUN;
   if (!HasLongHeader(typeCode) && length > 0xFFFF) return kTypeUN;
   return typeCode;
 }
 
+// Whether an element holds a sequence as the bytes of an implicit VR little endian item stream
+// (PS3.5 6.2.2): read from an implicit stream by a codec without a dictionary, or as UN.
+bool HoldsRawSequence(const VR* element, uint16_t resolved) {
+  return resolved == kTypeSQ && !HasItems(element) && element->Data && element->Length;
+}
+
 // Writes a value, swapping its numbers to big endian on the way when the buffer is big endian.
 // The element's own bytes are never changed: it may point at memory its owner still uses.
-void WriteValue(ByteBuffer& buffer, const VR* element) {
+void WriteValue(ByteBuffer& buffer, const VR* element, uint16_t typeCode) {
   if (!element->Data) {
     buffer.WriteZeros(element->Length);
     return;
   }
-  unsigned width = SwapWidth(element->TypeCode);
+  unsigned width = SwapWidth(typeCode);
   if (!buffer.IsBigEndian() || width == 1) {
     buffer.WriteBytes(element->Data, element->Length);
     return;
@@ -99,6 +102,8 @@ bool DICOMCodec::EncodeExplicitItem(DICOMObject* object, ByteBuffer& buffer) {
 
 bool DICOMCodec::EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta,
                                 bool top) {
+  if (top) *context_ = ValueContext();  // a new data set
+  ContextLevel level(*context_);
   std::unique_ptr<VR> pendingSyntax;
   // Where the value of the last group length written sits, so that a second group length of
   // the same group pushed by the caller can be folded into it instead of written twice.
@@ -124,7 +129,8 @@ bool DICOMCodec::EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mod
       // The object counted this element into the value already written; take it back out.
       uint32_t value;
       if (buffer.Peek32(groupLengthOffset, value))
-        (void)buffer.Patch32(groupLengthOffset, value - (element->Length + 8 + (element->Length & 1)));
+        (void)buffer.Patch32(groupLengthOffset,
+                             value - (element->Length + 8 + (element->Length & 1)));
       continue;
     }
     if (element->Element == 0) {
@@ -141,7 +147,19 @@ bool DICOMCodec::EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mod
   return true;
 }
 
+// The VR of an element as it is written: its own, or for an element that does not know it, the
+// one the attached dictionary (else the installed one) and the data set so far give.
+uint16_t DICOMCodec::TypeCodeToWrite(const VR* element) const {
+  if (element->TypeCode) return element->TypeCode;
+  return ResolveTypeCode(dictionary_, element->Group, element->Element, *context_);
+}
+
 bool DICOMCodec::EncodeElement(VR* element, ByteBuffer& buffer, int mode) {
+  // An implicit stream carries no VR: the element is written as it is held.
+  const uint16_t resolved =
+      mode == kModeImplicitLittle ? element->TypeCode : TypeCodeToWrite(element);
+  if (mode != kModeImplicitLittle && HoldsRawSequence(element, resolved))
+    return EncodeRawSequence(element, buffer, mode);
   uint32_t length = element->Length;
   bool pad = (length & 1) != 0;
   if (pad) ++length;
@@ -149,9 +167,9 @@ bool DICOMCodec::EncodeElement(VR* element, ByteBuffer& buffer, int mode) {
 
   buffer.Write16(element->Group);
   buffer.Write16(element->Element);
-  uint16_t typeCode = element->TypeCode;
+  uint16_t typeCode = resolved;
   if (mode != kModeImplicitLittle) {
-    typeCode = ExplicitTypeCode(element, length);
+    typeCode = ExplicitTypeCode(element, resolved, length);
     buffer.Write8(static_cast<uint8_t>(typeCode >> 8));
     buffer.Write8(static_cast<uint8_t>(typeCode));
     if (HasLongHeader(typeCode)) {
@@ -163,13 +181,18 @@ bool DICOMCodec::EncodeElement(VR* element, ByteBuffer& buffer, int mode) {
   } else {
     buffer.Write32(items ? 0xFFFFFFFF : length);
   }
-  WriteValue(buffer, element);
+  // UN holds its value as it came (PS3.5 6.2.2): never swapped.
+  WriteValue(buffer, element, typeCode == kTypeUN ? kTypeOB : typeCode);
   if (pad) buffer.Write8(PaddingByte(typeCode));
+  context_->Note(element);
   if (!items) return true;
 
   if (element->Group == 0x7FE0 && element->Element == 0x0010)
     return WriteEncapsulated(element->SequenceItems, buffer);
-  Array<DICOMDataObject*>* list = element->SequenceItems;
+  return EncodeItems(element->SequenceItems, buffer, mode);
+}
+
+bool DICOMCodec::EncodeItems(Array<DICOMDataObject*>* list, ByteBuffer& buffer, int mode) {
   for (uint32_t i = 0; i < list->GetSize(); ++i) {
     buffer.Write16(0xFFFE);
     buffer.Write16(0xE000);
@@ -183,6 +206,36 @@ bool DICOMCodec::EncodeElement(VR* element, ByteBuffer& buffer, int mode) {
   return true;
 }
 
+// A sequence held as raw implicit VR items is read into items and written as any sequence, so
+// that an explicit stream carries SQ with its items, each element with its own VR. Bytes that
+// are not an item stream after all go out unchanged as UN.
+bool DICOMCodec::EncodeRawSequence(VR* element, ByteBuffer& buffer, int mode) {
+  DICOMDataObject holder;
+  auto sequence =
+      std::unique_ptr<VR>(new (std::nothrow) VR(element->Group, element->Element, 0, false));
+  if (!sequence) return false;
+  sequence->TypeCode = kTypeSQ;
+  VR* parsed = sequence.get();
+  if (!holder.Push(sequence.get())) return false;
+  sequence.release();
+  ByteBuffer raw;
+  raw.WriteBytes(element->Data, element->Length);
+  raw.SetBigEndian(false);
+  const bool itemStream =
+      DecodeSequenceItems(raw, &holder, kModeImplicitLittle) && !raw.HasBytes() && HasItems(parsed);
+  if (!itemStream) {
+    element->TypeCode = kTypeUN;
+    return EncodeElement(element, buffer, mode);
+  }
+  buffer.Write16(element->Group);
+  buffer.Write16(element->Element);
+  buffer.Write8('S');
+  buffer.Write8('Q');
+  buffer.Write16(0);
+  buffer.Write32(0xFFFFFFFF);
+  return EncodeItems(parsed->SequenceItems, buffer, mode);
+}
+
 bool DICOMCodec::WriteEncapsulated(Array<DICOMDataObject*>* items, ByteBuffer& buffer) {
   if (!items) return false;
   for (uint32_t i = 0; i < items->GetSize(); ++i) {
@@ -194,8 +247,10 @@ bool DICOMCodec::WriteEncapsulated(Array<DICOMDataObject*>* items, ByteBuffer& b
       buffer.Write16(fragment->Group);
       buffer.Write16(fragment->Element);
       buffer.Write32(fragment->Length);
-      if (fragment->Data) buffer.WriteBytes(fragment->Data, fragment->Length);
-      else buffer.WriteZeros(fragment->Length);
+      if (fragment->Data)
+        buffer.WriteBytes(fragment->Data, fragment->Length);
+      else
+        buffer.WriteZeros(fragment->Length);
       break;
     }
   }

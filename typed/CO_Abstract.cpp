@@ -87,6 +87,11 @@ bool CO_Abstract::TakeValue(VR_XXTYPED* target, VR* source) {
       other->SetOXTypeCode(source->TypeCode);
     else
       target->TypeCode = source->TypeCode;
+  } else if (dynamic_cast<VR_OX*>(target) || dynamic_cast<VR_XS*>(target)) {
+    // A value that came without its VR, for an attribute whose VR depends on the data set
+    // ("OB or OW", "US or SS"): the VR is left open (the class keeps its working choice) and
+    // is decided from Bits Allocated or Pixel Representation when the value is written.
+    target->TypeCode = 0;
   }
   VR_XXTYPED::Destroy(source);
   return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "kestrel/Array.h"
@@ -9,6 +10,7 @@
 #include "kestrel/Export.h"
 
 class RTC;
+struct ValueContext;
 
 // The value codec and the DICOM file reader and writer. An association (PDU_Service) is one of
 // these; callers use these operations through it.
@@ -81,6 +83,9 @@ class KESTREL_API DICOMCodec {
   DICOMDataObject* ReadFile(const char* path, uint64_t limit);
   bool EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta, bool top);
   bool EncodeElement(VR* element, ByteBuffer& buffer, int mode);
+  bool EncodeItems(Array<DICOMDataObject*>* items, ByteBuffer& buffer, int mode);
+  bool EncodeRawSequence(VR* element, ByteBuffer& buffer, int mode);
+  uint16_t TypeCodeToWrite(const VR* element) const;
   bool EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int metaMode);
   bool DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top);
   bool DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length);
@@ -90,4 +95,7 @@ class KESTREL_API DICOMCodec {
   bool ownsDictionary_ = false;
   bool lastLoadComplete_ = false;
   int depth_ = 0;  // levels of sequences and items being decoded
+  // What the level being read or written has said about its pixels (Pixel Representation,
+  // Bits Allocated), which decides the VR of some attributes when the stream does not.
+  std::unique_ptr<ValueContext> context_;
 };

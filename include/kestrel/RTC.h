@@ -30,7 +30,9 @@ struct RTCTable {
 
 // The data dictionary: tag -> two-letter VR and, when KeepDescriptions is set at load time, the
 // keyword or description. Its use is to give elements read from implicit VR streams a TypeCode.
-// Nothing attaches a dictionary by default.
+// Nothing attaches a dictionary by default: a codec without one reads implicit VR elements with
+// TypeCode 0. When such an element is written in an explicit VR syntax, its VR is taken from
+// the installed dictionary (GetInstalledRTC) instead.
 //
 // Files are recognised by their first line. One whose first eight characters are "#!BinRTC" is the
 // binary form written by CompileDictionary. Anything else is read as text, one line at a time,
@@ -79,6 +81,15 @@ class KESTREL_API RTC {
  private:
   std::unique_ptr<RTCTable> table_;
 };
+
+// The data dictionary installed with the library, loaded on first use and kept for the life of
+// the process (never delete it); null when none was found. It is the file named by the
+// environment variable KESTREL_DICTIONARY when that is set, else share/kestrel/dicom.bin (or
+// dicom.dic) of the tree the library was installed or built into, found relative to the
+// library file itself. Lookups may run on any thread.
+KESTREL_API const RTC* GetInstalledRTC();
+// The file GetInstalledRTC loaded, or "" when it found none.
+KESTREL_API std::string GetInstalledRTCPath();
 
 // Compiles a text dictionary (or re-writes a binary one) at `textPath` into the binary form at
 // `binaryPath`, keeping keywords and descriptions. True on success; on failure no partial

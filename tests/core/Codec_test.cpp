@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "kestrel/ByteBuffer.h"
-#include "kestrel/DICOMObject.h"
 #include "kestrel/DICOMCodec.h"
+#include "kestrel/DICOMObject.h"
 
 // Under AddressSanitizer the sanitizer's allocator hooks record the largest single allocation
 // made while tracking is on, to show that damaged lengths never make the decoder allocate more
@@ -212,17 +212,18 @@ TEST(CodecTest, PadsOddValuesPerVR) {
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string("VR [") + c.vr + "]");
     const char* vr = *c.vr ? c.vr : nullptr;
-    const char* written = vr ? vr : "UN";  // a VR-less element goes out as UN
+    // A private element without a VR, which no dictionary can give one, goes out as UN.
+    const char* written = vr ? vr : "UN";
     // clang-format off
-    Bytes expected = B("\x09\x00\x10\x00"sv) + Bytes{uint8_t(written[0]), uint8_t(written[1])} +
+    Bytes expected = B("\x09\x00\x10\x10"sv) + Bytes{uint8_t(written[0]), uint8_t(written[1])} +
                      (c.longHeader ? B("\0\0\x04\0\0\0"sv) : B("\x04\0"sv)) + B("ABC") + Bytes{c.pad};
     // clang-format on
     DICOMDataObject explicitVR, implicitVR;
-    explicitVR.Push(Element(0x0009, 0x0010, vr, "ABC"));
+    explicitVR.Push(Element(0x0009, 0x1010, vr, "ABC"));
     EXPECT_EQ(Hex(Encode(explicitVR, 101)), Hex(expected));
-    implicitVR.Push(Element(0x0009, 0x0010, vr, "ABC"));  // after (0009,0000): 32-bit length 4
+    implicitVR.Push(Element(0x0009, 0x1010, vr, "ABC"));  // after (0009,0000): 32-bit length 4
     EXPECT_EQ(Hex(Encode(implicitVR, 100)).substr(36),
-              Hex(B("\x09\0\x10\0\x04\0\0\0ABC"sv) + Bytes{c.pad}));
+              Hex(B("\x09\0\x10\x10\x04\0\0\0ABC"sv) + Bytes{c.pad}));
   }
   // A value too long for a 16-bit length goes out as UN.
   DICOMDataObject large;
@@ -383,6 +384,67 @@ Bytes NestedItems(int depth) {
   return out;
 }
 // clang-format on
+
+// An implicit VR stream read without a dictionary leaves its elements without a VR and a
+// defined-length sequence as raw bytes. Written in an explicit syntax, every element must
+// still carry its real VR (dictionary, private dictionary, Pixel Representation, Bits
+// Allocated) and the sequence its items, in both byte orders.
+TEST(CodecTest, ImplicitDataWrittenExplicitGetsItsVRsAndItems) {
+  auto implicitElement = [](uint16_t group, uint16_t element, const Bytes& value) {
+    Bytes out{uint8_t(group),
+              uint8_t(group >> 8),
+              uint8_t(element),
+              uint8_t(element >> 8),
+              uint8_t(value.size()),
+              uint8_t(value.size() >> 8),
+              0,
+              0};
+    return out + value;
+  };
+  const Bytes item = implicitElement(0x0010, 0x0020, B("ID42"));
+  const Bytes sequence = B("\xFE\xFF\x00\xE0"sv) + Bytes{uint8_t(item.size()), 0, 0, 0} + item;
+  const Bytes stream = implicitElement(0x0008, 0x0016, B("1.2.3\0"sv)) +
+                       implicitElement(0x0009, 0x0010, B("GEMS_IDEN_01")) +
+                       implicitElement(0x0009, 0x1027, B("\xFB\xFF\xFF\xFF"sv)) +
+                       implicitElement(0x0009, 0x1099, B("\x01\x02"sv)) +
+                       implicitElement(0x0010, 0x1002, sequence) +
+                       implicitElement(0x0028, 0x0100, B("\x10\0"sv)) +
+                       implicitElement(0x0028, 0x0103, B("\x01\0"sv)) +
+                       implicitElement(0x0028, 0x0106, B("\xFB\xFF"sv)) +
+                       implicitElement(0x0028, 0x3002, B("\x00\x01\x00\x00\x10\x00"sv)) +
+                       implicitElement(0x7FE0, 0x0010, B("\x01\x02\x03\x04"sv));
+  struct Expected {
+    uint16_t group, element;
+    const char* vr;
+  };
+  const Expected expected[] = {
+      {0x0008, 0x0016, "UI"}, {0x0009, 0x0010, "LO"}, {0x0009, 0x1027, "SL"},
+      {0x0009, 0x1099, "UN"}, {0x0010, 0x1002, "SQ"}, {0x0028, 0x0106, "SS"},
+      {0x0028, 0x3002, "US"}, {0x7FE0, 0x0010, "OW"},
+  };
+  for (int mode : {101, 102}) {
+    SCOPED_TRACE(mode);
+    DICOMDataObject read, written;
+    ASSERT_TRUE(Decode(stream, read, 100));
+    ASSERT_TRUE(Decode(Encode(read, mode), written, mode));
+    for (const Expected& e : expected) {
+      VR* element = written.Find(e.group, e.element);
+      ASSERT_NE(element, nullptr) << std::hex << e.group << "," << e.element;
+      EXPECT_EQ(element->TypeCode, MakeTypeCode(e.vr[0], e.vr[1]))
+          << std::hex << e.group << "," << e.element;
+    }
+    // Values read back in host order whatever the stream's byte order.
+    EXPECT_EQ(Value(written.Find(0x0009, 0x1027)), "\xFB\xFF\xFF\xFF"sv);
+    EXPECT_EQ(Value(written.Find(0x0028, 0x0106)), "\xFB\xFF"sv);
+    EXPECT_EQ(Value(written.Find(0x7FE0, 0x0010)), "\x01\x02\x03\x04"sv);
+    VR* sq = written.Find(0x0010, 0x1002);
+    ASSERT_TRUE(sq->SequenceItems && sq->SequenceItems->GetSize() == 1);
+    VR* inner = sq->SequenceItems->Get(0)->Find(0x0010, 0x0020);
+    ASSERT_NE(inner, nullptr);
+    EXPECT_EQ(inner->TypeCode, MakeTypeCode('L', 'O'));
+    EXPECT_EQ(Value(inner), "ID42");
+  }
+}
 
 TEST(CodecTest, NestingDeeperThan64LevelsFails) {
   DICOMDataObject ok, tooDeep;

@@ -219,6 +219,45 @@ TEST(StandardStorageLoad, LoadedInstanceIsTheWholeFile) {
   }
 }
 
+// Every UN element of a data set with an even (standard) group, at any depth.
+int StandardUNElements(DICOMObject* object) {
+  int count = 0;
+  typed_copy::ForEachElement(object, [&](VR* element) {
+    if (!(element->Group & 1) && element->TypeCode == MakeTypeCode('U', 'N')) ++count;
+    if (element->SequenceItems)
+      for (uint32_t i = 0; i < element->SequenceItems->GetSize(); ++i)
+        count += StandardUNElements(element->SequenceItems->Get(i));
+  });
+  return count;
+}
+
+// A library user who loads an implicit VR file and saves it in explicit VR gets every VR, as
+// the tool does: no dictionary needs attaching.
+TEST(StandardStorageLoad, ImplicitFileSavedExplicitKeepsItsVRs) {
+  if (!HaveSamples()) GTEST_SKIP() << "pydicom test files not installed";
+  TempDir dir;
+  std::unique_ptr<DICOMDataObject> sample = typed_test::LoadSample("CT_small.dcm");
+  DICOMCodec codec;
+  ASSERT_TRUE(
+      codec.SaveFile(dir.File("implicit.dcm").c_str(), 3, sample.get(), "1.2.840.10008.1.2"));
+  CStandardStorage standard;
+  std::unique_ptr<CStorage> storage(standard.Load(dir.File("implicit.dcm"), nullptr, 0));
+  ASSERT_NE(storage, nullptr);
+  ASSERT_TRUE(
+      codec.SaveFile(dir.File("explicit.dcm").c_str(), 3, storage->Get(), "1.2.840.10008.1.2.1"));
+  std::unique_ptr<DICOMDataObject> saved(codec.LoadFile(dir.File("explicit.dcm").c_str()));
+  ASSERT_NE(saved, nullptr);
+  EXPECT_EQ(StandardUNElements(saved.get()), 0);
+  VR* padding = saved->Find(0x0028, 0x0120);  // Pixel Representation is 1
+  ASSERT_NE(padding, nullptr);
+  EXPECT_EQ(padding->TypeCode, MakeTypeCode('S', 'S'));
+  VR* otherIDs = saved->Find(0x0010, 0x1002);
+  ASSERT_NE(otherIDs, nullptr);
+  EXPECT_EQ(otherIDs->TypeCode, MakeTypeCode('S', 'Q'));
+  ASSERT_NE(otherIDs->SequenceItems, nullptr);
+  EXPECT_EQ(otherIDs->SequenceItems->GetSize(), 2u);
+}
+
 TEST(StandardStorageUID, SetUIDForms) {
   CStandardStorage standard;
   UID uid;
