@@ -1,5 +1,6 @@
 #include "kestrel/CVerification.h"
 
+#include "kestrel/ConnectFailure.h"
 #include "kestrel/PDU_Service.h"
 
 namespace {
@@ -38,9 +39,7 @@ int CVerification::Client(const std::string& host, const std::string& port,
 
   if (!association.Connect(host.c_str(), port.c_str(), nullptr)) {
     KESTREL::SetLastErrorText(connectError +
-                              KESTREL::BuildRejectionText(association.GetRejectResult(),
-                                                          association.GetRejectSource(),
-                                                          association.GetRejectReason()));
+                              KESTREL::BuildConnectFailureText(association, host, port));
     SetStatus(status, KESTREL::KESTREL_STATUS_CONNECT_FAILED);
     return 0;
   }

@@ -16,6 +16,7 @@ constexpr uint16_t kTypeUS = MakeTypeCode('U', 'S');
 constexpr uint16_t kTypeUI = MakeTypeCode('U', 'I');
 constexpr uint16_t kTypeAE = MakeTypeCode('A', 'E');
 constexpr uint16_t kTypeAT = MakeTypeCode('A', 'T');
+constexpr uint16_t kTypeLO = MakeTypeCode('L', 'O');
 
 bool PushBytes(DICOMObject* command, uint16_t element, const void* data, uint32_t length,
                uint16_t typeCode, char pad) {
@@ -46,6 +47,20 @@ bool PushAE(DICOMObject* command, uint16_t element, const std::string& title) {
   std::memset(field, ' ', sizeof field);
   std::memcpy(field, title.data(), title.size() < 16 ? title.size() : 16);
   return PushBytes(command, element, field, 16, kTypeAE, ' ');
+}
+
+bool PushText(DICOMObject* command, uint16_t element, const std::string& text, size_t limit) {
+  const std::string value = text.substr(0, limit);
+  return PushBytes(command, element, value.data(), static_cast<uint32_t>(value.size()), kTypeLO,
+                   ' ');
+}
+
+std::string GetText(DICOMObject* command, uint16_t element) {
+  VR* found = command ? command->Find(kCommandGroup, element) : nullptr;
+  if (!found || !found->Data) return std::string();
+  std::string text(static_cast<const char*>(found->Data), found->Length);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
+  return text;
 }
 
 bool PushAT(DICOMObject* command, uint16_t element, const std::vector<uint32_t>& tags) {
@@ -102,18 +117,14 @@ DICOMCommandObject* NewResponse(uint16_t commandField, DICOMCommandObject* reque
   return response.release();
 }
 
-namespace {
-
-int Send(PDU_Service* pdu, uint8_t contextID, DICOMCommandObject* command,
-         DICOMDataObject* dataSet) {
+int SendOnContext(PDU_Service* pdu, uint8_t contextID, DICOMCommandObject* command,
+                  DICOMDataObject* dataSet) {
   std::unique_ptr<DICOMCommandObject> owned(command);
   if (!pdu || !command) return 0;
   if (!PushUS(command, kDataSetType, dataSet ? kDataSetFollows : kNoDataSet)) return 0;
   if (!pdu->WriteOnContext(command, contextID, true)) return 0;
   return dataSet ? pdu->WriteOnContext(dataSet, contextID, false) : 1;
 }
-
-}  // namespace
 
 int SendRequest(PDU_Service* pdu, const UID& abstractSyntax, DICOMCommandObject* command,
                 DICOMDataObject* dataSet) {
@@ -122,7 +133,7 @@ int SendRequest(PDU_Service* pdu, const UID& abstractSyntax, DICOMCommandObject*
     delete command;
     return 0;
   }
-  return Send(pdu, context->PresentationContextID, command, dataSet);
+  return SendOnContext(pdu, context->PresentationContextID, command, dataSet);
 }
 
 int SendResponse(PDU_Service* pdu, DICOMCommandObject* request, DICOMCommandObject* response,
@@ -138,7 +149,7 @@ int SendResponse(PDU_Service* pdu, DICOMCommandObject* request, DICOMCommandObje
     delete response;
     return 0;
   }
-  return Send(pdu, context->PresentationContextID, response, dataSet);
+  return SendOnContext(pdu, context->PresentationContextID, response, dataSet);
 }
 
 int CheckAndRead(DICOMCommandObject* command, uint16_t commandField, DataSetRule rule,

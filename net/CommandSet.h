@@ -25,6 +25,7 @@ constexpr uint16_t kMoveDestination = 0x0600;
 constexpr uint16_t kPriority = 0x0700;
 constexpr uint16_t kDataSetType = 0x0800;
 constexpr uint16_t kStatus = 0x0900;
+constexpr uint16_t kErrorComment = 0x0902;
 constexpr uint16_t kAffectedSOPInstanceUID = 0x1000;
 constexpr uint16_t kRequestedSOPInstanceUID = 0x1001;
 constexpr uint16_t kEventTypeID = 0x1002;
@@ -34,6 +35,8 @@ constexpr uint16_t kRemainingSubOperations = 0x1020;
 constexpr uint16_t kCompletedSubOperations = 0x1021;
 constexpr uint16_t kFailedSubOperations = 0x1022;
 constexpr uint16_t kWarningSubOperations = 0x1023;
+constexpr uint16_t kMoveOriginatorAETitle = 0x1030;
+constexpr uint16_t kMoveOriginatorMessageID = 0x1031;
 
 // Data Set Type: 0101 means no data set follows; anything else means one does.
 constexpr uint16_t kNoDataSet = 0x0101;
@@ -46,6 +49,10 @@ bool PushUS(DICOMObject* command, uint16_t element, uint16_t value);
 bool PushUID(DICOMObject* command, uint16_t element, const UID& uid);
 // An AE title as a 16-byte value padded with blanks.
 bool PushAE(DICOMObject* command, uint16_t element, const std::string& title);
+// Text (LO) of at most `limit` characters, padded to even length with a blank.
+bool PushText(DICOMObject* command, uint16_t element, const std::string& text, size_t limit);
+// The text of an element without its trailing blanks; empty when absent.
+std::string GetText(DICOMObject* command, uint16_t element);
 // A list of tags (group << 16 | element), each as two 16-bit halves.
 bool PushAT(DICOMObject* command, uint16_t element, const std::vector<uint32_t>& tags);
 // Copies an element of `from` (if present) into `to` under `toElement`.
@@ -80,6 +87,11 @@ enum class DataSetRule {
   kOptional,  // Data Set Type decides
   kRequired,  // a request that is invalid without its data set
 };
+// Sends a command set (and its data set, if any) on the context `contextID`; the command set
+// is always deleted. 1 on success.
+int SendOnContext(PDU_Service* pdu, uint8_t contextID, DICOMCommandObject* command,
+                  DICOMDataObject* dataSet);
+
 // The Read of every command class: checks the command field (and, for kRequired, that a data
 // set is announced); then, when both `pdu` and `dataSet` are given and a data set is announced,
 // reads it.

@@ -3,6 +3,7 @@
 #include "kestrel/DIMSEC.h"
 
 #include <memory>
+#include <string>
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
@@ -14,6 +15,8 @@ namespace {
 
 constexpr uint16_t kDataGroup = 0x0008;
 constexpr uint16_t kSOPInstanceUID = 0x0018;
+constexpr uint16_t kResponseBit = 0x8000;
+constexpr size_t kErrorCommentLength = 64;  // LO, PS3.7 Table C.4-1
 
 // A request command set with Priority medium, the element C-STORE, C-FIND and C-MOVE carry.
 DICOMCommandObject* NewPrioritizedRequest(uint16_t commandField, const UID& sopClass,
@@ -54,14 +57,63 @@ int CStoreRQ::Write(PDU_Service* pdu, const UID& sopClass, DICOMDataObject* data
   return SendRequest(pdu, sopClass, command.release(), dataSet);
 }
 
+int CStoreRQ::Write(PDU_Service* pdu, uint8_t contextID, const UID& sopClass,
+                    const UID& sopInstance, DICOMDataObject* dataSet, const Options& options,
+                    uint16_t* messageID) {
+  if (!pdu || !dataSet || sopClass.IsEmpty() || sopInstance.IsEmpty() ||
+      !pdu->FindAcceptedContext(contextID))
+    return 0;
+  std::unique_ptr<DICOMCommandObject> command(
+      NewRequest(kCommandField, kAffectedSOPClassUID, sopClass, messageID));
+  if (!command || !PushUS(command.get(), kPriority, options.Priority) ||
+      !PushUID(command.get(), kAffectedSOPInstanceUID, sopInstance))
+    return 0;
+  if (!options.MoveOriginatorAETitle.empty() &&
+      (!PushAE(command.get(), kMoveOriginatorAETitle, options.MoveOriginatorAETitle) ||
+       !PushUS(command.get(), kMoveOriginatorMessageID, options.MoveOriginatorMessageID)))
+    return 0;
+  return SendOnContext(pdu, contextID, command.release(), dataSet);
+}
+
 int CStoreRQ::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObject* dataSet) {
   return CheckAndRead(command, kCommandField, DataSetRule::kRequired, pdu, dataSet);
 }
 
-int CStoreRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status) {
+int CStoreRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status,
+                     const std::string& errorComment) {
   std::unique_ptr<DICOMCommandObject> response(NewResponse(kCommandField, request, status));
   if (!response) return 0;
   CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
+  if (!errorComment.empty() &&
+      !PushText(response.get(), kErrorComment, errorComment, kErrorCommentLength))
+    return 0;
+  return SendResponse(pdu, request, response.release(), nullptr);
+}
+
+int CStoreRSP::ReadFor(PDU_Service* pdu, uint16_t messageID, uint16_t* status,
+                       std::string* errorComment) {
+  DICOMCommandObject response;
+  if (!pdu || !pdu->Read(&response) || !Read(&response) ||
+      response.GetUInt16(0x0000, kMessageIDBeingRespondedTo) != messageID ||
+      !response.Find(0x0000, kStatus))
+    return 0;
+  if (status) *status = response.GetUInt16(0x0000, kStatus);
+  if (errorComment) *errorComment = GetText(&response, kErrorComment);
+  return 1;
+}
+
+int WriteStatusResponse(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status,
+                        const std::string& errorComment) {
+  if (!request || !request->Find(0x0000, kCommandField)) return 0;
+  const uint16_t field = request->GetUInt16(0x0000, kCommandField);
+  if (field & kResponseBit) return 0;
+  std::unique_ptr<DICOMCommandObject> response(
+      NewResponse(static_cast<uint16_t>(field | kResponseBit), request, status));
+  if (!response) return 0;
+  CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
+  if (!errorComment.empty() &&
+      !PushText(response.get(), kErrorComment, errorComment, kErrorCommentLength))
+    return 0;
   return SendResponse(pdu, request, response.release(), nullptr);
 }
 

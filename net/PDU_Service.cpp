@@ -111,8 +111,10 @@ bool PDU_Service::SetRemoteAddress(const std::string& aeTitle) {
   return true;
 }
 
-int PDU_Service::AddAbstractSyntax(const UID& uid) {
-  state_->abstractSyntaxes.push_back(uid);
+int PDU_Service::AddAbstractSyntax(const UID& uid) { return AddAbstractSyntax(uid, {}); }
+
+int PDU_Service::AddAbstractSyntax(const UID& uid, const std::vector<UID>& transferSyntaxes) {
+  state_->proposals.push_back({uid, transferSyntaxes});
   return 1;
 }
 
@@ -152,28 +154,10 @@ bool PDU_Service::ReadAssociationBody(std::vector<uint8_t>& body) {
 int PDU_Service::Connect(const char* host, const char* port, const char* transferSyntax) {
   State& state = *state_;
   state.associated = false;
-  state.request.Contexts.clear();
   state.accepted.clear();
-  if (state.abstractSyntaxes.empty()) return 0;
-
-  // Every presentation context made draws an ID, this scratch one too; each proposed context
-  // then draws its own, so the IDs of one request are odd and increasing, not adjacent.
-  PresentationContext scratch;
-  for (const UID& abstractSyntax : state.abstractSyntaxes) {
-    PresentationContext context;
-    context.PresentationContextID = KESTREL::DrawPresentationContextID();
-    context.AbstractSyntax = abstractSyntax;
-    if (transferSyntax)
-      context.AddTransferSyntax(transferSyntax);
-    else
-      AddDefaultTransferSyntaxes(context);
-    state.request.Contexts.push_back(std::move(context));
-  }
-  state.request.User.MaximumLength = kMaximumLength;
-  GetImplementationClass(state.request.User.ImplementationClass);
-  GetImplementationVersion(state.request.User.ImplementationVersion);
-
-  if (!socket_.Open(host, port)) return 0;
+  if (state.proposals.empty()) return Failed(ConnectFailure::kNothingProposed);
+  BuildRequest(transferSyntax);
+  if (!socket_.Open(host, port)) return Failed(OpenFailureOf(socket_.GetOpenFailure()));
   state.transport.DiscardInput();
   std::vector<uint8_t> bytes;
   pdu::EncodeAssociate(pdu::kAssociateRQ, state.request, bytes);
@@ -182,22 +166,82 @@ int PDU_Service::Connect(const char* host, const char* port, const char* transfe
   uint8_t type = 0;
   std::vector<uint8_t> body;
   if (!state.transport.Read8(type) || !ReadAssociationBody(body)) {
+    // A read that failed on a socket still connected ran out of time; otherwise the peer went.
+    ConnectFailure why =
+        socket_.IsConnected() ? ConnectFailure::kTimedOut : ConnectFailure::kClosed;
     Drop();
-    return 0;
+    return Failed(why);
   }
   if (type == pdu::kAssociateRJ) {
     pdu::DecodeReject(body.data(), body.size(), state.reject);
     Drop();
-    return 0;
+    return Failed(ConnectFailure::kRejected);
+  }
+  if (type == pdu::kAbort) {
+    Drop();
+    return Failed(ConnectFailure::kAborted);
   }
   pdu::AssociatePDU answer;
   if (type != pdu::kAssociateAC ||
       !pdu::DecodeAssociate(pdu::kAssociateAC, body.data(), body.size(), answer)) {
     Drop();
-    return 0;
+    return Failed(ConnectFailure::kBadAnswer);
   }
   state.peer = answer.User;
-  // Only contexts we proposed, accepted with a transfer syntax we proposed for them, count.
+  KeepAcceptedContexts(answer);
+  if (state.accepted.empty()) {
+    Drop();
+    return Failed(ConnectFailure::kNoContext);
+  }
+  state.connectFailure = ConnectFailure::kNone;
+  state.associated = true;
+  return 1;
+}
+
+int PDU_Service::Failed(ConnectFailure why) {
+  state_->connectFailure = why;
+  return 0;
+}
+
+PDU_Service::ConnectFailure PDU_Service::OpenFailureOf(Socket::OpenFailure failure) {
+  switch (failure) {
+    case Socket::OpenFailure::kHostUnknown:
+      return ConnectFailure::kHostUnknown;
+    case Socket::OpenFailure::kServiceUnknown:
+      return ConnectFailure::kServiceUnknown;
+    default:
+      return ConnectFailure::kConnect;
+  }
+}
+
+// The A-ASSOCIATE-RQ: one presentation context per abstract syntax added, each with the
+// transfer syntaxes added with it, else `transferSyntax` alone, else the default ones.
+void PDU_Service::BuildRequest(const char* transferSyntax) {
+  State& state = *state_;
+  state.request.Contexts.clear();
+  // Every presentation context made draws an ID, this scratch one too; each proposed context
+  // then draws its own, so the IDs of one request are odd and increasing, not adjacent.
+  PresentationContext scratch;
+  for (const State::Proposal& proposal : state.proposals) {
+    PresentationContext context;
+    context.PresentationContextID = KESTREL::DrawPresentationContextID();
+    context.AbstractSyntax = proposal.abstractSyntax;
+    if (!proposal.transferSyntaxes.empty())
+      context.TransferSyntaxes = proposal.transferSyntaxes;
+    else if (transferSyntax)
+      context.AddTransferSyntax(transferSyntax);
+    else
+      AddDefaultTransferSyntaxes(context);
+    state.request.Contexts.push_back(std::move(context));
+  }
+  state.request.User.MaximumLength = kMaximumLength;
+  GetImplementationClass(state.request.User.ImplementationClass);
+  GetImplementationVersion(state.request.User.ImplementationVersion);
+}
+
+// Only contexts we proposed, accepted with a transfer syntax we proposed for them, count.
+void PDU_Service::KeepAcceptedContexts(const KESTREL::pdu::AssociatePDU& answer) {
+  State& state = *state_;
   for (const PresentationContext& result : answer.Contexts) {
     if (result.Result != PresentationContext::kAcceptance || result.TransferSyntaxes.size() != 1)
       continue;
@@ -211,12 +255,6 @@ int PDU_Service::Connect(const char* host, const char* port, const char* transfe
       break;
     }
   }
-  if (state.accepted.empty()) {
-    Drop();
-    return 0;
-  }
-  state.associated = true;
-  return 1;
 }
 
 int PDU_Service::Listen(const char* port) {
@@ -324,6 +362,10 @@ int PDU_Service::AnswerRequest() {
 }
 
 bool PDU_Service::IsAssociated() const { return state_->associated; }
+PDU_Service::ConnectFailure PDU_Service::GetConnectFailure() const {
+  return state_->connectFailure;
+}
+int PDU_Service::GetConnectError() const { return socket_.GetError(); }
 int PDU_Service::GetRejectResult() const { return state_->reject.Result; }
 int PDU_Service::GetRejectSource() const { return state_->reject.Source; }
 int PDU_Service::GetRejectReason() const { return state_->reject.Reason; }

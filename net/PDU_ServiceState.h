@@ -27,7 +27,12 @@ struct PDU_Service::State {
   KESTREL::pdu::UserInformation peer;
   std::vector<PresentationContext> accepted;
   KESTREL::pdu::RejectFields reject;
-  std::vector<UID> abstractSyntaxes;  // to propose at the next Connect
+  struct Proposal {
+    UID abstractSyntax;
+    std::vector<UID> transferSyntaxes;  // empty: as Connect is told
+  };
+  std::vector<Proposal> proposals;  // to propose at the next Connect
+  PDU_Service::ConnectFailure connectFailure = PDU_Service::ConnectFailure::kNone;
   bool associated = false;
 
   // The P-DATA reader: bytes of the current P-DATA-TF not read yet (its later values belong

@@ -80,12 +80,15 @@ void Socket::CloseListen() {
 bool Socket::ResolveHost(const char* host) {
   if (!host) return false;
   uint32_t address = 0;
+  hostUnknown_ = false;
   if (!HasNonZeroLeadingValue(host) && sockets::ResolveHost(host, &address)) {
     hostAddress_ = address;
     return true;
   }
   fakeAddress_ = sockets::ParseDottedAddress(host);
   hostAddress_ = fakeAddress_;
+  // Kept going as an address all the same; the connect to it fails, and this tells why.
+  hostUnknown_ = fakeAddress_ == 0xFFFFFFFFu;
   return true;
 }
 
@@ -105,10 +108,19 @@ bool Socket::ResolvePort(const char* port) {
 int Socket::Open(const char* host, const char* port) {
   CloseData();
   connected_ = false;
-  if (!ResolveHost(host) || !ResolvePort(port)) return 0;
+  openFailure_ = OpenFailure::kNone;
+  if (!ResolveHost(host)) {
+    openFailure_ = OpenFailure::kHostUnknown;
+    return 0;
+  }
+  if (!ResolvePort(port)) {
+    openFailure_ = OpenFailure::kServiceUnknown;
+    return 0;
+  }
   int handle = sockets::OpenStream();
   if (handle < 0) {
     error_ = sockets::LastError();
+    openFailure_ = OpenFailure::kConnect;
     return 0;
   }
   peerAddress_ = hostAddress_;
@@ -116,6 +128,7 @@ int Socket::Open(const char* host, const char* port) {
   error_ = sockets::Connect(handle, peerAddress_, peerPort_);
   if (error_ != 0) {
     sockets::Close(handle);
+    openFailure_ = hostUnknown_ ? OpenFailure::kHostUnknown : OpenFailure::kConnect;
     return 0;
   }
   sockets::SetNoDelay(handle);

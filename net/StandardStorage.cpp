@@ -4,6 +4,7 @@
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
+#include "kestrel/PresentationContext.h"
 #include "net/CommandSet.h"
 
 namespace {
@@ -44,12 +45,41 @@ constexpr StorageClass kStorageClasses[] = {
     {"1.2.840.113619.4.3", "private, outside vendor"},
 };
 
+constexpr char kImplicitLittle[] = "1.2.840.10008.1.2";
+constexpr char kExplicitLittle[] = "1.2.840.10008.1.2.1";
+constexpr char kExplicitBig[] = "1.2.840.10008.1.2.2";
+constexpr uint16_t kSOPInstanceUID = 0x0018;
+
 int SetUID(UID& uid, const char* value) {
   uid = value;
   return 1;
 }
 
 }  // namespace
+
+bool IsUncompressedTransferSyntax(const UID& syntax) {
+  return syntax.IsEmpty() || syntax == UID(kImplicitLittle) || syntax == UID(kExplicitLittle) ||
+         syntax == UID(kExplicitBig);
+}
+
+std::vector<UID> StorageTransferSyntaxes(const UID& heldSyntax) {
+  if (IsUncompressedTransferSyntax(heldSyntax))
+    return {UID(kExplicitLittle), UID(kImplicitLittle), UID(kExplicitBig)};
+  return {heldSyntax};
+}
+
+// Several contexts may carry the class (one per encapsulated syntax, one for uncompressed
+// data); the proposed transfer syntaxes tell them apart.
+const PresentationContext* FindStorageContext(PDU_Service& pdu, const UID& sopClass,
+                                              const UID& heldSyntax) {
+  const std::vector<UID> wanted = StorageTransferSyntaxes(heldSyntax);
+  for (const PresentationContext& accepted : pdu.GetAcceptedContexts()) {
+    if (accepted.AbstractSyntax != sopClass || accepted.TransferSyntaxes.empty()) continue;
+    for (const UID& candidate : wanted)
+      if (accepted.TransferSyntaxes[0] == candidate) return &accepted;
+  }
+  return nullptr;
+}
 
 bool IsStorageSOPClassUID(const UID& uid) {
   for (const StorageClass& entry : kStorageClasses) {
@@ -84,15 +114,34 @@ int StandardStorage::CheckObject(DICOMDataObject* dataSet) {
 
 int StandardStorage::Write(PDU_Service* pdu, DICOMDataObject* dataSet, uint16_t* status) {
   if (!pdu || !dataSet || !CheckObject(dataSet)) return 0;
-  UID sopClass;
+  UID sopClass, sopInstance, heldSyntax;
   GetUID(sopClass);
   if (sopClass.IsEmpty()) sopClass.Set(dataSet->Find(kDataGroup, kSOPClassUID));
-  uint16_t messageID = 0;
-  if (!CStoreRQ::Write(pdu, sopClass, dataSet, &messageID)) return 0;
-  DICOMCommandObject response;
-  if (!pdu->Read(&response) || !CStoreRSP::Read(&response)) return 0;
-  if (status) *status = response.GetUInt16(0x0000, KESTREL::command::kStatus);
+  sopInstance.Set(dataSet->Find(kDataGroup, kSOPInstanceUID));
+  heldSyntax.Set(dataSet->Find(0x0002, 0x0010));
+  // Fragments under an uncompressed syntax would reach the peer as a stream it cannot parse.
+  VR* pixels = dataSet->Find(0x7FE0, 0x0010);
+  if (IsUncompressedTransferSyntax(heldSyntax) && pixels && pixels->SequenceItems &&
+      pixels->SequenceItems->GetSize())
+    return 0;
+  const PresentationContext* context = FindStorageContext(*pdu, sopClass, heldSyntax);
+  if (!context) return 0;
+  uint16_t answer = 0;
+  if (!Store(pdu, context->PresentationContextID, sopClass, sopInstance, dataSet,
+             CStoreRQ::Options(), &answer))
+    return 0;
+  if (status) *status = answer;
   return 1;
+}
+
+int StandardStorage::Store(PDU_Service* pdu, uint8_t contextID, const UID& sopClass,
+                           const UID& sopInstance, DICOMDataObject* dataSet,
+                           const CStoreRQ::Options& options, uint16_t* status,
+                           std::string* errorComment) {
+  uint16_t messageID = 0;
+  if (!CStoreRQ::Write(pdu, contextID, sopClass, sopInstance, dataSet, options, &messageID))
+    return 0;
+  return CStoreRSP::ReadFor(pdu, messageID, status, errorComment);
 }
 
 int StandardStorage::Read(PDU_Service* pdu, DICOMCommandObject* request, DICOMDataObject* dataSet) {
@@ -109,7 +158,9 @@ int StandardStorage::Read(PDU_Service* pdu, DICOMCommandObject* request, DICOMDa
     UID syntax = context ? context->TransferSyntaxes[0] : UID("1.2.840.10008.1.2");
     status = StoreOn(request, dataSet, syntax);
   }
-  return CStoreRSP::Write(pdu, request, status);
+  std::string comment;
+  comment.swap(errorComment_);
+  return CStoreRSP::Write(pdu, request, status, comment);
 }
 
 int UnknownStorage::GetUID(UID& uid) {

@@ -61,9 +61,21 @@ class KESTREL_API CEchoRSP {
 class KESTREL_API CStoreRQ {
  public:
   static constexpr uint16_t kCommandField = 0x0001;
+  // The optional fields of a request (PS3.7 9.1.1.1): its priority and, for a store made as a
+  // C-MOVE sub-operation, the move originator (PS3.4 C.4.2.3.1), sent when the title is set.
+  struct Options {
+    uint16_t Priority = 0x0000;  // medium
+    std::string MoveOriginatorAETitle;
+    uint16_t MoveOriginatorMessageID = 0;
+  };
   // The Affected SOP Instance UID is the data set's (0008,0018); without one the write fails.
   static int Write(PDU_Service* pdu, const UID& sopClass, DICOMDataObject* dataSet,
                    uint16_t* messageID = nullptr);
+  // The request on the accepted presentation context `contextID`, for `sopInstance` of
+  // `sopClass`, with `dataSet` encoded in that context's transfer syntax. 0 when the context
+  // was not accepted, a UID is empty or the write failed.
+  static int Write(PDU_Service* pdu, uint8_t contextID, const UID& sopClass, const UID& sopInstance,
+                   DICOMDataObject* dataSet, const Options& options, uint16_t* messageID = nullptr);
   // Refuses a request whose Data Set Type says no data set follows.
   static int Read(DICOMCommandObject* command, PDU_Service* pdu = nullptr,
                   DICOMDataObject* dataSet = nullptr);
@@ -72,11 +84,26 @@ class KESTREL_API CStoreRQ {
 class KESTREL_API CStoreRSP {
  public:
   static constexpr uint16_t kCommandField = 0x8001;
-  // Carries the request's Affected SOP Class and Instance UIDs.
-  static int Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status);
+  // Carries the request's Affected SOP Class and Instance UIDs, and the Error Comment
+  // (0000,0902) when one is given (PS3.7 C.4: at most 64 characters are sent).
+  static int Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status,
+                   const std::string& errorComment = std::string());
+  // Reads the next message from `pdu` as the response to the request `messageID`: 1 when it
+  // is a C-STORE-RSP to that request with a Status, written to `status`, and its Error
+  // Comment to `errorComment` (empty when none) when that is not null. 0 on anything else.
+  static int ReadFor(PDU_Service* pdu, uint16_t messageID, uint16_t* status,
+                     std::string* errorComment = nullptr);
   static int Read(DICOMCommandObject* command, PDU_Service* pdu = nullptr,
                   DICOMDataObject* dataSet = nullptr);
 };
+
+// Answers any request with a response carrying only a status (and an Error Comment when one is
+// given): the request's command field with the response bit, its SOP class, its Message ID,
+// no data set; on the context the request came in on. For refusals and failures of requests
+// whose own response class has nothing more to say. 0 when the response could not be sent or
+// `request` is itself a response.
+KESTREL_API int WriteStatusResponse(PDU_Service* pdu, DICOMCommandObject* request, uint16_t status,
+                                    const std::string& errorComment = std::string());
 
 class KESTREL_API CFindRQ {
  public:

@@ -21,6 +21,12 @@
 #include "kestrel/Socket.h"
 #include "kestrel/UID.h"
 
+namespace KESTREL {
+namespace pdu {
+struct AssociatePDU;
+}
+}  // namespace KESTREL
+
 class KESTREL_API PDU_Service : public DICOMCodec {
  public:
   // The maximum PDU length announced in every A-ASSOCIATE-RQ and -AC.
@@ -66,6 +72,9 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   bool SetLocalAddress(const std::string& aeTitle);   // calling AE title
   bool SetRemoteAddress(const std::string& aeTitle);  // called AE title
   int AddAbstractSyntax(const UID& uid);
+  // Proposes `uid` with exactly these transfer syntaxes, in this order of preference, whatever
+  // Connect is given (an empty list means Connect's choice, as above).
+  int AddAbstractSyntax(const UID& uid, const std::vector<UID>& transferSyntaxes);
 
   // Requester. Proposes one presentation context per abstract syntax added, each with
   // `transferSyntax` alone or, when it is null, the default transfer syntaxes. 1 when the peer
@@ -106,6 +115,22 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   // encoding (implicit VR little endian) and the command bit of the fragments.
   int WriteOnContext(DICOMObject* object, uint8_t contextID, bool command);
   bool IsAssociated() const;
+  // Why the last Connect gave 0; the words for it are the caller's (BuildConnectFailureText).
+  enum class ConnectFailure : uint8_t {
+    kNone,             // the last Connect succeeded, or none was made
+    kNothingProposed,  // no abstract syntax was added
+    kHostUnknown,      // the host name is not known
+    kServiceUnknown,   // the port is neither a number nor a known service name
+    kConnect,          // no TCP connection: GetConnectError() gives the system's error code
+    kTimedOut,         // no answer to the request within the time-out
+    kClosed,           // the peer closed the connection without answering
+    kRejected,         // A-ASSOCIATE-RJ: see the Reject getters
+    kAborted,          // A-ABORT instead of an answer
+    kBadAnswer,        // the answer was not a valid A-ASSOCIATE-AC
+    kNoContext,        // accepted, but with no presentation context that was proposed
+  };
+  ConnectFailure GetConnectFailure() const;
+  int GetConnectError() const;
   // The A-ASSOCIATE-RJ fields kept from the last rejection (0 when none came).
   int GetRejectResult() const;
   int GetRejectSource() const;
@@ -136,6 +161,10 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   friend struct State;
 
   int AnswerRequest();
+  int Failed(ConnectFailure why);
+  static ConnectFailure OpenFailureOf(Socket::OpenFailure failure);
+  void BuildRequest(const char* transferSyntax);
+  void KeepAcceptedContexts(const KESTREL::pdu::AssociatePDU& answer);
   bool ReadAssociationBody(std::vector<uint8_t>& body);
   void SendPDU(const std::vector<uint8_t>& pdu);
   void Drop();

@@ -48,6 +48,9 @@ class KESTREL_API Socket {
   // The result of the socket-library start-up, or the error code of the last failed bind or
   // connect.
   int GetError() const { return error_; }
+  // What stopped the last Open (kNone after a success).
+  enum class OpenFailure : uint8_t { kNone, kHostUnknown, kServiceUnknown, kConnect };
+  OpenFailure GetOpenFailure() const { return openFailure_; }
 
   // Additions to the designed interface, for servers and tests.
   //
@@ -79,6 +82,8 @@ class KESTREL_API Socket {
 
  private:
   int error_ = 0;
+  OpenFailure openFailure_ = OpenFailure::kNone;
+  bool hostUnknown_ = false;  // the last host name did not resolve (nor parse as an address)
   uint32_t fakeAddress_ = 0;  // a host entry built from a dotted address
   int dataSocket_ = 0;        // 0 = none
   int listenSocket_ = 0;      // 0 = none

@@ -5,6 +5,8 @@
 // derive from these.
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "kestrel/DIMSEC.h"
 #include "kestrel/Export.h"
@@ -13,6 +15,21 @@
 class DICOMCommandObject;
 class DICOMDataObject;
 class PDU_Service;
+class PresentationContext;
+
+// The transfer syntaxes in which an instance held in `heldSyntax` can be sent, in order of
+// preference: for uncompressed data (or an unknown syntax) the three uncompressed ones,
+// explicit VR little endian first, since the codec writes a data set in any of them; for any
+// other syntax exactly that one, since compressed pixel data can only go as it is.
+KESTREL_API std::vector<UID> StorageTransferSyntaxes(const UID& heldSyntax);
+// Whether `syntax` is one of the three uncompressed transfer syntaxes (an empty UID counts as
+// implicit VR little endian).
+KESTREL_API bool IsUncompressedTransferSyntax(const UID& syntax);
+// The accepted presentation context of `pdu` that carries `sopClass` for an instance held in
+// `heldSyntax`: its abstract syntax is the class and its transfer syntax one of
+// StorageTransferSyntaxes(heldSyntax). Null when the peer accepted none.
+KESTREL_API const PresentationContext* FindStorageContext(PDU_Service& pdu, const UID& sopClass,
+                                                          const UID& heldSyntax);
 
 class KESTREL_API StandardStorage : public CStoreRQ, public CStoreRSP {
  public:
@@ -35,13 +52,33 @@ class KESTREL_API StandardStorage : public CStoreRQ, public CStoreRSP {
 
   // Requester: C-STORE-RQ of `dataSet` (emptied by the encoding) under this class's SOP class
   // (the object's own when the class has none) and the object's SOP Instance UID, then the
-  // response. 1 when a C-STORE-RSP arrived; its Status is written to `status` when not null.
+  // response. The context is the one FindStorageContext gives for the syntax the data set
+  // names in (0002,0010) (uncompressed when it names none), so the data set goes in whichever
+  // syntax the peer accepted for it. 1 when a C-STORE-RSP arrived; its Status is written to
+  // `status` when not null.
   int Write(PDU_Service* pdu, DICOMDataObject* dataSet, uint16_t* status = nullptr);
+  // The one C-STORE exchange of the library's requesters (the storage objects, retrieve
+  // sub-operations): the request for `sopInstance` of `sopClass` on the accepted context
+  // `contextID`, `dataSet` encoded in that context's transfer syntax (and emptied), then its
+  // response. 1 when the response to this request arrived: its Status goes to `status` and
+  // its Error Comment to `errorComment` when those are not null. 0 when the request could
+  // not be sent or no fitting response came.
+  static int Store(PDU_Service* pdu, uint8_t contextID, const UID& sopClass, const UID& sopInstance,
+                   DICOMDataObject* dataSet, const CStoreRQ::Options& options, uint16_t* status,
+                   std::string* errorComment = nullptr);
   // Acceptor: `request` is a C-STORE-RQ already read from `pdu`. Reads its data set into
   // `dataSet` (the caller's; pass an empty object), hands it to StoreOn and answers
   // C-STORE-RSP; a request for another SOP class is answered with
   // "Refused: SOP class not supported" (0122). 1 when the response went out.
   int Read(PDU_Service* pdu, DICOMCommandObject* request, DICOMDataObject* dataSet);
+
+ protected:
+  // For StoreOn: an Error Comment to send with the status it returns (PS3.7 C.4), cleared
+  // after each response.
+  void SetErrorComment(const std::string& comment) { errorComment_ = comment; }
+
+ private:
+  std::string errorComment_;
 };
 
 // Takes any storage SOP class: GetUID gives an empty UID (and 1).

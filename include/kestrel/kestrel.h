@@ -40,6 +40,7 @@
 #include "kestrel/CDICOMException.h"
 #include "kestrel/CDestination.h"
 #include "kestrel/CVerification.h"
+#include "kestrel/ConnectFailure.h"
 #include "kestrel/NewStudyEvent.h"
 #include "kestrel/Notifier.h"
 #include "kestrel/Status.h"

@@ -19,6 +19,7 @@ import socket
 import struct
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 
@@ -249,13 +250,50 @@ class EchoAndRejection(unittest.TestCase):
             finally:
                 self.assertEqual(server.stop(), 0)
 
-    def test_closed_port(self):
-        port = free_port()
-        result = run(KESTREL, "echo", "127.0.0.1", port)
-        self.assertEqual(result.returncode, 1)
-        self.assertEqual(result.stderr.decode(), "Error: Unable to connect to 127.0.0.1\r\n"
-                         "Unknown Rejection from Unknown DICOM entity class because of an "
-                         "unknown reason" + ADVICE + "\n")
+    def test_connection_failures_say_what_happened(self):
+        # Without an A-ASSOCIATE-RJ there is no rejection to explain: the text says what
+        # happened instead, after the usual first line.
+        silent = socket.socket()  # completes the TCP handshake, then never answers
+        silent.bind(("127.0.0.1", 0))
+        silent.listen(4)
+        closing = socket.socket()
+        closing.bind(("127.0.0.1", 0))
+        closing.listen(4)
+        stop = threading.Event()
+
+        def close_each():
+            closing.settimeout(0.2)
+            while not stop.is_set():
+                try:
+                    closing.accept()[0].close()
+                except OSError:
+                    pass
+
+        closer = threading.Thread(target=close_each)
+        closer.start()
+        closed_port = free_port()
+        cases = [
+            ("127.0.0.1", closed_port, "The connection to 127.0.0.1 port %d was refused: "
+                                       "nothing listens there" % closed_port),
+            ("no-such-host.invalid", 104, "The host no-such-host.invalid is not known"),
+            ("127.0.0.1", "no-such-service",
+             "The port no-such-service is neither a number nor a known service name"),
+            ("127.0.0.1", silent.getsockname()[1],
+             "No answer to the association request came within 1 s"),
+            ("127.0.0.1", closing.getsockname()[1],
+             "The peer closed the connection without answering the association request"),
+        ]
+        try:
+            for host, port, why in cases:
+                result = run(KESTREL, "echo", "--timeout", "1", host, port)
+                self.assertEqual(result.returncode, 1, why)
+                self.assertEqual(result.stderr.decode(),
+                                 "Error: Unable to connect to %s\r\n%s\r\n" % (host, why))
+        finally:
+            stop.set()
+            closer.join()
+            silent.close()
+            closing.close()
 
     def test_long_ae_title_is_a_usage_error(self):
         for option in ("--aet", "--aec"):
