@@ -13,13 +13,8 @@
 namespace {
 
 constexpr uint16_t kCommandGroup = 0x0000;
-constexpr uint16_t kAffectedSOPClassUID = 0x0002;
-constexpr uint16_t kRequestedSOPClassUID = 0x0003;
 constexpr uint16_t kCommandField = 0x0100;
-constexpr uint16_t kMessageID = 0x0110;
-constexpr uint16_t kMessageIDBeingRespondedTo = 0x0120;
 constexpr uint16_t kDataSetType = 0x0800;
-constexpr uint16_t kStatus = 0x0900;
 constexpr uint16_t kNoDataSet = 0x0101;
 constexpr uint16_t kCancelField = 0x0FFF;
 constexpr uint16_t kResponseBit = 0x8000;
@@ -35,19 +30,6 @@ class ServePDU : public PDU_Service {
   }
 };
 
-bool PushCopy(DICOMObject* to, uint16_t element, const void* data, uint32_t length) {
-  auto vr = std::make_unique<VR>(kCommandGroup, element, length, true);
-  if (length && !vr->Data) return false;
-  if (length) std::memcpy(vr->Data, data, length);
-  if (!to->Push(vr.get())) return false;
-  vr.release();
-  return true;
-}
-
-bool PushUS(DICOMObject* to, uint16_t element, uint16_t value) {
-  return PushCopy(to, element, &value, 2);
-}
-
 // Writes each object received as "<SOP Instance UID>.dcm" in the store directory (SaveFile
 // form 3: preamble, explicit VR meta group, data set in the transfer syntax it came in).
 class FileStore : public UnknownStorage {
@@ -59,13 +41,19 @@ class FileStore : public UnknownStorage {
     UID instance;
     instance.Set(dataSet->Find(0x0008, 0x0018));
     std::string name = instance.ToString();
-    if (!IsSafeFileUID(name)) return DIMSEStatus::kUnableToProcess;
+    if (!IsSafeFileUID(name)) {
+      SetErrorComment("SOP Instance UID missing or not a valid UID");
+      return DIMSEStatus::kUnableToProcess;
+    }
     std::string path = dispatcher_.Settings().storeDir + "/" + name + ".dcm";
     uint64_t bytes = dataSet->Length;
     dispatcher_.LockName(name);
     bool saved = pdu_.SaveFile(path.c_str(), 3, dataSet, transferSyntax.GetBuffer());
     dispatcher_.UnlockName(name);
-    if (!saved) return DIMSEStatus::kOutOfResources;
+    if (!saved) {
+      SetErrorComment("The object could not be written to the store");
+      return DIMSEStatus::kOutOfResources;
+    }
     dispatcher_.Counters().bytes += bytes;
     saved_ = true;
     return DIMSEStatus::kSuccess;
@@ -121,17 +109,7 @@ bool Dispatcher::AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request
   }
   if (field == kCancelField) return true;
   if (field & kResponseBit) return false;  // a response nobody asked for
-  DICOMCommandObject response;
-  VR* sopClass = request->Find(kCommandGroup, kAffectedSOPClassUID);
-  if (!sopClass) sopClass = request->Find(kCommandGroup, kRequestedSOPClassUID);
-  bool built = (!sopClass || PushCopy(&response, kAffectedSOPClassUID, sopClass->Data,
-                                      sopClass->Data ? sopClass->Length : 0)) &&
-               PushUS(&response, kCommandField, static_cast<uint16_t>(field | kResponseBit)) &&
-               PushUS(&response, kMessageIDBeingRespondedTo,
-                      request->GetUInt16(kCommandGroup, kMessageID)) &&
-               PushUS(&response, kDataSetType, kNoDataSet) &&
-               PushUS(&response, kStatus, DIMSEStatus::kUnrecognizedOperation);
-  return built && pdu.WriteOnContext(&response, pdu.GetLastPresentationContextID(), true);
+  return WriteStatusResponse(&pdu, request, DIMSEStatus::kUnrecognizedOperation) != 0;
 }
 
 void Dispatcher::Serve(int handle) {

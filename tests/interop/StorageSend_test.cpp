@@ -18,17 +18,17 @@
 #include "kestrel/PDU_Service.h"
 #include "kestrel/Status.h"
 #include "kestrel/UID.h"
-#include "tests/interop/DcmtkPeer.h"
 #include "tests/TestValues.h"
+#include "tests/interop/DcmtkPeer.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+using KESTREL::KESTREL_STATUS;
 using kestrel_test::FreePort;
 using kestrel_test::HaveTool;
 using kestrel_test::Storescp;
-using KESTREL::KESTREL_STATUS;
 
 const std::string kSamples = "/usr/lib/python3/dist-packages/pydicom/data/test_files/";
 const char kCT[] = "1.2.840.10008.5.1.4.1.1.2";
@@ -124,7 +124,9 @@ TEST_F(StorageSendTest, ClientFailuresSayWhyWithTheirStatus) {
   EXPECT_EQ(ct.storage->Client("127.0.0.1", closed, "KESTREL", "ANY-SCP", &status), 0);
   EXPECT_EQ(status, KESTREL::KESTREL_STATUS_CONNECT_FAILED);
   EXPECT_EQ(KESTREL::GetLastErrorText(),
-            "Error: Unable to connect to 127.0.0.1\r\n" + KESTREL::BuildRejectionText(0, 0, 0));
+            "Error: Unable to connect to 127.0.0.1\r\nThe connection to "
+            "127.0.0.1 port " +
+                closed + " was refused: nothing listens there\r\n");
 
   // A peer that rejects the association.
   {
@@ -146,11 +148,13 @@ TEST_F(StorageSendTest, ClientFailuresSayWhyWithTheirStatus) {
   // Instances that cannot go fail before any connection (the port is closed, yet the status
   // says the write failed).
   DICOMDataObject anonymous;
-  ASSERT_TRUE(anonymous.Push(new VR(0x0008, 0x0016, sizeof kCT - 1, const_cast<char*>(kCT), false)));
+  ASSERT_TRUE(
+      anonymous.Push(new VR(0x0008, 0x0016, sizeof kCT - 1, const_cast<char*>(kCT), false)));
   EXPECT_EQ(ct.storage->Client(&anonymous, "127.0.0.1", closed, "KESTREL", "ANY-SCP", &status), 0);
   EXPECT_EQ(status, KESTREL::KESTREL_STATUS_WRITE_FAILED);
-  EXPECT_EQ(KESTREL::GetLastErrorText(), "Error: Unable to write DICOM object.\r\n"
-                                         "The object has no SOP Class UID or no SOP Instance UID\r\n");
+  EXPECT_EQ(KESTREL::GetLastErrorText(),
+            "Error: Unable to write DICOM object.\r\n"
+            "The object has no SOP Class UID or no SOP Instance UID\r\n");
   LoadedFile jpeg = Load("JPEG2000.dcm");
   ASSERT_TRUE(jpeg.storage);
   EXPECT_EQ(jpeg.storage->Client("127.0.0.1", closed, "KESTREL", "ANY-SCP", &status, kExplicit), 0);
@@ -168,8 +172,8 @@ TEST_F(StorageSendTest, OneAssociationCarriesManyInstances) {
   // capture needs one of its own.
   std::vector<UID> classes = {UID(kCT), UID(kCT), UID(kMR), UID(kMR), UID(kSC)};
   std::vector<UID> syntaxes = {UID(), UID(kExplicit), UID("1.2.840.10008.1.2.2"), UID(), UID(kJ2K)};
-  PDU_Service* pdu = CStorage::CreateAssociation("127.0.0.1", scp.Port(), "KESTREL", "ANY-SCP",
-                                                 classes, syntaxes);
+  PDU_Service* pdu =
+      CStorage::CreateAssociation("127.0.0.1", scp.Port(), "KESTREL", "ANY-SCP", classes, syntaxes);
   ASSERT_NE(pdu, nullptr) << KESTREL::GetLastErrorText();
   EXPECT_EQ(pdu->GetProposedContexts().size(), 3u);
 
@@ -208,23 +212,26 @@ TEST_F(StorageSendTest, AssociationFailuresGoToTheNotifier) {
             nullptr);
   ASSERT_EQ(notified.size(), 1u);
   EXPECT_EQ(notified[0],
-            "ERROR: Unable to connect to 127.0.0.1\r\n" + KESTREL::BuildRejectionText(0, 0, 0));
+            "ERROR: Unable to connect to 127.0.0.1\r\nThe connection to 127.0.0.1 port " + closed +
+                " was refused: nothing listens there\r\n");
   EXPECT_EQ(KESTREL::GetLastErrorText(), notified[0]);
 
   // More SOP classes than an association has contexts for.
   std::vector<UID> many;
-  for (int i = 0; i < 129; ++i) many.push_back(UID("1.2.826.0.1.3680043.9.9999." + std::to_string(i)));
+  for (int i = 0; i < 129; ++i)
+    many.push_back(UID("1.2.826.0.1.3680043.9.9999." + std::to_string(i)));
   EXPECT_EQ(CStorage::CreateAssociation("127.0.0.1", closed, "KESTREL", "ANY-SCP", many, {}),
             nullptr);
   ASSERT_EQ(notified.size(), 2u);
   EXPECT_NE(notified[1].find("More than 128"), std::string::npos) << notified[1];
-  EXPECT_EQ(CStorage::CreateAssociation("127.0.0.1", closed, "KESTREL", "ANY-SCP", {}, {}), nullptr);
+  EXPECT_EQ(CStorage::CreateAssociation("127.0.0.1", closed, "KESTREL", "ANY-SCP", {}, {}),
+            nullptr);
   EXPECT_EQ(notified.size(), 3u);
 
   // A peer that aborts: the failed Send leaves a dead association behind.
   Storescp aborting({"--abort-after"});
-  PDU_Service* pdu =
-      CStorage::CreateAssociation("127.0.0.1", aborting.Port(), "KESTREL", "ANY-SCP", {UID(kCT)}, {});
+  PDU_Service* pdu = CStorage::CreateAssociation("127.0.0.1", aborting.Port(), "KESTREL", "ANY-SCP",
+                                                 {UID(kCT)}, {});
   ASSERT_NE(pdu, nullptr) << KESTREL::GetLastErrorText();
   LoadedFile ct = Load("CT_small.dcm");
   KESTREL_STATUS status = KESTREL::KESTREL_STATUS_OK;
