@@ -81,6 +81,9 @@ void PrintObject(DICOMObject* object, int depth, std::ostream& out) {
   std::string indent(2 * depth, ' ');
   while (VR* popped = object->Pop()) {
     std::unique_ptr<VR> element(popped);
+    // The data object leads every group with a group length it computes itself; the dump shows
+    // what the file holds, so only a group length read from the file is printed.
+    if (object->PopGroup && popped == object->PopGroup->GroupLengthVR) continue;
     std::string vr = VRName(element.get());
     bool hasItems = element->SequenceItems && element->SequenceItems->GetSize();
     if (hasItems && vr == "UN") vr = "SQ";
@@ -89,8 +92,8 @@ void PrintObject(DICOMObject* object, int depth, std::ostream& out) {
                   vr.c_str(), element->Length);
     out << indent << head;
     if (hasItems) {
-      out << (vr == "SQ" ? "sequence" : "encapsulated") << ", "
-          << element->SequenceItems->GetSize() << " items\n";
+      out << (vr == "SQ" ? "sequence" : "encapsulated") << ", " << element->SequenceItems->GetSize()
+          << " items\n";
       PrintItems(element.get(), depth + 1, out);
     } else {
       out << Shown(element.get(), vr) << '\n';
@@ -119,8 +122,11 @@ int DumpFile(PDU_Service& service, const std::string& path, const DumpOptions& o
     std::cerr << "kestrel dump: " << path << ": damaged; shown up to where decoding stopped\n";
   if (options.json) {
     nlohmann::ordered_json json = ToDicomJson(object.get());
-    if (all) all->push_back(std::move(json));
-    else std::cout << json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    if (all)
+      all->push_back(std::move(json));
+    else
+      std::cout << json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                << '\n';
   } else {
     if (options.files.size() > 1) std::cout << "# " << path << '\n';
     PrintObject(object.get(), 0, std::cout);
@@ -156,13 +162,15 @@ void AddDumpCommand(CLI::App& app, int& exitCode) {
     int worst = kExitOk;
     for (const std::string& path : options->files) {
       uint64_t bytes = 0;
-      int code = DumpFile(service, path, *options, options->json && several ? &all : nullptr, bytes);
+      int code =
+          DumpFile(service, path, *options, options->json && several ? &all : nullptr, bytes);
       if (options->verbose) std::cerr << path << ": " << (code ? "failed" : "done") << '\n';
       progress.Done(bytes, code != kExitOk);
       worst = WorstExit(worst, code);
     }
     if (options->json && several)
-      std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+      std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                << '\n';
     progress.Finish();
     exitCode = worst;
   });

@@ -15,9 +15,10 @@ std::vector<T> Numbers(const VR* element) {
   return out;
 }
 
-std::string Format(double value) {
+// The fewest digits that still read back as the same number: 9 for a float, 17 for a double.
+std::string Format(double value, int digits) {
   char text[32];
-  std::snprintf(text, sizeof text, "%.17g", value);
+  std::snprintf(text, sizeof text, "%.*g", digits, value);
   return text;
 }
 
@@ -55,7 +56,8 @@ std::vector<std::string> TextValues(const VR* element, const std::string& vr) {
   size_t start = 0;
   for (;;) {
     size_t end = text.find('\\', start);
-    values.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+    values.push_back(
+        text.substr(start, end == std::string::npos ? std::string::npos : end - start));
     if (end == std::string::npos) break;
     start = end + 1;
   }
@@ -77,9 +79,9 @@ std::vector<std::string> NumberValues(const VR* element, const std::string& vr) 
   else if (vr == "UV")
     for (auto v : Numbers<uint64_t>(element)) out.push_back(std::to_string(v));
   else if (vr == "FL")
-    for (auto v : Numbers<float>(element)) out.push_back(Format(v));
+    for (auto v : Numbers<float>(element)) out.push_back(Format(v, 9));
   else if (vr == "FD")
-    for (auto v : Numbers<double>(element)) out.push_back(Format(v));
+    for (auto v : Numbers<double>(element)) out.push_back(Format(v, 17));
   else if (vr == "AT") {
     auto halves = Numbers<uint16_t>(element);
     for (size_t i = 0; i + 1 < halves.size(); i += 2) {

@@ -17,6 +17,7 @@ namespace {
 constexpr char kLogFileName[] = "/kestrel.log";
 constexpr char kFooter[] = "----------------------------------------";
 constexpr int kWarning = 2;
+constexpr int kInformation = 3;
 
 // Callers hand over texts ending in "\r\n", and some with line ends inside (the rejection text
 // carries its advice on lines of its own). The log keeps one line per call: trailing line ends
@@ -51,8 +52,10 @@ void WriteLine(const std::string& text, int level) {
 }
 
 // A setting is read each time it is needed, so a missing one would otherwise be reported once
-// per use: a program sending a thousand files would repeat the same warning a thousand times.
-// It is reported once per name and settings file in a process.
+// per use: a program sending a thousand files would repeat the same line a thousand times. It
+// is reported once per name and settings file in a process, as information: every setting has
+// a default, so a fresh installation without a settings file is not in error, and the line
+// goes to the log file only, never to the host program's standard error.
 void ReportMissing(const std::string& name, int flag) {
   if (!flag) return;
   const std::string file = vxcommon::SettingsFilePath();
@@ -62,7 +65,7 @@ void ReportMissing(const std::string& name, int flag) {
     std::lock_guard<std::mutex> lock(mutex);
     if (!reported.emplace(name, file).second) return;
   }
-  WriteLine("vxCommon : setting \"" + name + "\" not found in " + file, kWarning);
+  WriteLine("vxCommon : setting \"" + name + "\" not found in " + file, kInformation);
 }
 
 }  // namespace
