@@ -1,6 +1,8 @@
 #include "kestrel/UID.h"
 
 #include <cstring>
+#include <random>
+#include <string>
 
 #include "kestrel/DICOMObject.h"
 
@@ -32,4 +34,21 @@ bool UID::Set(const VR* element) {
 
 bool UID::operator==(const UID& other) const {
   return length_ == other.length_ && std::memcmp(text_, other.text_, length_) == 0;
+}
+
+UID GenerateUID() {
+  // A version 4 UUID (RFC 4122: 122 random bits), read as one unsigned 128-bit number.
+  static thread_local std::random_device device;
+  unsigned __int128 value = 0;
+  for (int i = 0; i < 4; ++i) value = (value << 32) | device();
+  value &= ~(static_cast<unsigned __int128>(0xF000) << 64);  // version nibble
+  value |= static_cast<unsigned __int128>(0x4000) << 64;
+  value &= ~(static_cast<unsigned __int128>(0xC0) << 56);  // variant bits
+  value |= static_cast<unsigned __int128>(0x80) << 56;
+  std::string digits;
+  do {
+    digits.insert(digits.begin(), static_cast<char>('0' + static_cast<int>(value % 10)));
+    value /= 10;
+  } while (value);
+  return UID("2.25." + digits);
 }

@@ -41,3 +41,7 @@ class KESTREL_API UID {
   char text_[kMaxLength + 1] = {};
   uint8_t length_ = 0;
 };
+
+// A new UID, unique without any registration: "2.25." followed by the decimal value of a random
+// 128-bit UUID (PS3.5 B.2), at most 44 characters. For new instances, series and studies.
+KESTREL_API UID GenerateUID();
