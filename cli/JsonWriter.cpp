@@ -73,10 +73,13 @@ ordered_json PersonName(const std::string& text) {
   for (const char* group : kGroups) {
     size_t end = text.find('=', start);
     std::string part = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
-    if (!part.empty()) name[group] = part;
+    // Trailing empty components may be left out (PS3.5 6.2), so a group of separators only
+    // ("^^^^") is an empty group.
+    if (part.find_first_not_of('^') != std::string::npos) name[group] = part;
     if (end == std::string::npos) break;
     start = end + 1;
   }
+  if (name.empty()) return nullptr;
   return name;
 }
 
@@ -188,7 +191,10 @@ ordered_json ElementJson(VR* element, const std::string& charset) {
     out["InlineBinary"] = Base64(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     return out;
   }
-  out["Value"] = values;
+  // A value of padding or separators only is no value (PS3.18 F.2.5: the Value is left out).
+  bool anyValue = false;
+  for (const ordered_json& value : values) anyValue = anyValue || !value.is_null();
+  if (anyValue) out["Value"] = values;
   return out;
 }
 

@@ -8,7 +8,6 @@ namespace {
 
 constexpr uint16_t kTypeUS = MakeTypeCode('U', 'S');
 constexpr uint16_t kTypeSS = MakeTypeCode('S', 'S');
-constexpr uint16_t kTypeOB = MakeTypeCode('O', 'B');
 constexpr uint16_t kTypeOW = MakeTypeCode('O', 'W');
 constexpr uint16_t kTypeLO = MakeTypeCode('L', 'O');
 constexpr uint16_t kTypeUL = MakeTypeCode('U', 'L');
@@ -81,11 +80,8 @@ void ValueContext::Note(const VR* element) {
     creators[(uint32_t{element->Group} << 8) | element->Element] = CreatorName(element);
     return;
   }
-  if (element->Group != 0x0028) return;
-  if (element->Element == 0x0103 && element->Length == 2)
+  if (element->Group == 0x0028 && element->Element == 0x0103 && element->Length == 2)
     pixelRepresentation = Value16(element);
-  else if (element->Element == 0x0100 && element->Length == 2)
-    bitsAllocated = Value16(element);
 }
 
 uint16_t ResolveTypeCode(const RTC* dictionary, uint16_t group, uint16_t element,
@@ -95,8 +91,6 @@ uint16_t ResolveTypeCode(const RTC* dictionary, uint16_t group, uint16_t element
     return context.pixelRepresentation == 1 ? kTypeSS : kTypeUS;
   if (Listed(kLUTDescriptors, group, element)) return kTypeUS;
   if (Listed(kLUTData, group, element)) return kTypeOW;
-  if (group == 0x7FE0 && element == 0x0010)
-    return context.bitsAllocated > 0 && context.bitsAllocated <= 8 ? kTypeOB : kTypeOW;
   if (IsPrivateCreator(group, element)) return kTypeLO;
   if ((group & 1) && element >= 0x1000) {
     auto creator = context.creators.find((uint32_t{group} << 8) | (element >> 8));

@@ -1,8 +1,9 @@
 #pragma once
 
 // What decides the VR of an element that does not carry its own: the dictionary, and for the
-// attributes whose VR depends on the data set (PS3.5 6.2: "US or SS", "OB or OW") the values of
-// Pixel Representation and Bits Allocated met so far at this level or an enclosing one.
+// attributes whose VR depends on the data set the values met so far at this level or an
+// enclosing one: Pixel Representation for "US or SS" (PS3.5 6.2), the private creators for
+// private attributes (PS3.5 7.8.1).
 
 #include <cstdint>
 #include <map>
@@ -13,7 +14,6 @@ class VR;
 
 struct ValueContext {
   int pixelRepresentation = -1;  // (0028,0103): 0 unsigned, 1 signed, -1 not met
-  int bitsAllocated = -1;        // (0028,0100), -1 not met
   // The private creators met: (group << 8 | block) -> the creator's name, blanks trimmed.
   std::map<uint32_t, std::string> creators;
 
@@ -39,7 +39,8 @@ class ContextLevel {
 // The VR of (group,element) for an element whose stream did not say: the dictionary's (the
 // library's installed one when `dictionary` is null), refined where PS3.6 lists a choice:
 //   - "US or SS": SS when Pixel Representation is 1, else US; the LUT descriptors are US;
-//   - "OB or OW" pixel data: OB when Bits Allocated is 8 or less, else OW;
+//   - "OB or OW" (pixel data, overlay data ...): the dictionary's OW, as implicit VR has it
+//     (PS3.5 A.1) and as DCMTK writes it;
 //   - LUT data ("US or OW"): OW;
 //   - a private creator (gggg,0010-00FF of an odd group): LO (PS3.5 7.8.1);
 //   - a private attribute of a creator met before: the private dictionary's VR;

@@ -90,7 +90,7 @@ bool CO_Abstract::TakeValue(VR_XXTYPED* target, VR* source) {
   } else if (dynamic_cast<VR_OX*>(target) || dynamic_cast<VR_XS*>(target)) {
     // A value that came without its VR, for an attribute whose VR depends on the data set
     // ("OB or OW", "US or SS"): the VR is left open (the class keeps its working choice) and
-    // is decided from Bits Allocated or Pixel Representation when the value is written.
+    // is decided when the value is written, as for any element without a VR.
     target->TypeCode = 0;
   }
   VR_XXTYPED::Destroy(source);

@@ -121,6 +121,16 @@ class SendToStoreSCP(unittest.TestCase):
             self.assertEqual(result.stderr.lower().count("error: unable to connect to 127.0.0.1"),
                              2, result.stderr)
 
+    def test_fresh_install_prints_only_the_summary(self):
+        # No settings file: the missing optional settings are logged, not printed.
+        env = dict(os.environ, KESTREL_SETTINGS=os.path.join(self.tmp.name, "none.ini"))
+        path = os.path.join(SAMPLES, "CT_small.dcm")
+        result = subprocess.run([KESTREL, "send", "127.0.0.1", str(self.scp.port), path],
+                                capture_output=True, text=True, env=env, timeout=60)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
+        self.assertTrue(result.stderr.startswith("send: 1 files done"), result.stderr)
+
     def test_for_processing_image_goes_as_what_it_is(self):
         # Held by the "for presentation" class, a DX "for processing" image still goes, and
         # arrives, under its own SOP class.
