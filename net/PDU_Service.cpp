@@ -166,9 +166,8 @@ int PDU_Service::Connect(const char* host, const char* port, const char* transfe
   uint8_t type = 0;
   std::vector<uint8_t> body;
   if (!state.transport.Read8(type) || !ReadAssociationBody(body)) {
-    // A read that failed on a socket still connected ran out of time; otherwise the peer went.
     ConnectFailure why =
-        socket_.IsConnected() ? ConnectFailure::kTimedOut : ConnectFailure::kClosed;
+        socket_.LastRecvTimedOut() ? ConnectFailure::kTimedOut : ConnectFailure::kClosed;
     Drop();
     return Failed(why);
   }

@@ -233,6 +233,7 @@ int Socket::Send(const void* buffer, uint32_t length) {
 }
 
 int Socket::Recv(void* buffer, uint32_t length) {
+  recvTimedOut_ = false;
   if (!connected_ || !length) return -1;
   if (readBegin_ < readEnd_) {
     uint32_t n = std::min(length, readEnd_ - readBegin_);
@@ -252,6 +253,7 @@ int Socket::Recv(void* buffer, uint32_t length) {
     sockets::QuickAck(dataSocket_);
     int64_t milliseconds = static_cast<int64_t>(timeout_) * 1000;
     int ready = sockets::WaitReadable(dataSocket_, milliseconds);
+    recvTimedOut_ = ready == 0;
     if (ready != 1) return ready == 0 && timeout_ == 0 ? 0 : -1;
     got = sockets::Receive(dataSocket_, target, size);
   }

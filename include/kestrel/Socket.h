@@ -67,6 +67,9 @@ class KESTREL_API Socket {
   // Closes the data socket only; a listen socket stays open for the next Accept.
   int Disconnect();
   bool IsConnected() const { return connected_; }
+  // Whether the last Recv that gave -1 did so because its time-out passed (rather than the
+  // peer closing or resetting the connection).
+  bool LastRecvTimedOut() const { return recvTimedOut_; }
   // While set, each Send tells the system that more bytes follow at once (the fragments of one
   // message), so that it fills whole segments instead of pushing each send out on its own.
   // The bytes sent are the same; only their packing into segments changes. Clear it before
@@ -90,6 +93,7 @@ class KESTREL_API Socket {
   bool datagram_ = false;
   bool connected_ = false;
   bool moreToFollow_ = false;
+  bool recvTimedOut_ = false;
   bool listening_ = false;
   bool counted_ = false;      // the socket library was started for this object
   uint32_t peerAddress_ = 0;  // network order

@@ -273,19 +273,19 @@ class EchoAndRejection(unittest.TestCase):
         closer.start()
         closed_port = free_port()
         cases = [
-            ("127.0.0.1", closed_port, "The connection to 127.0.0.1 port %d was refused: "
+            ("127.0.0.1", closed_port, 10, "The connection to 127.0.0.1 port %d was refused: "
                                        "nothing listens there" % closed_port),
-            ("no-such-host.invalid", 104, "The host no-such-host.invalid is not known"),
-            ("127.0.0.1", "no-such-service",
+            ("no-such-host.invalid", 104, 10, "The host no-such-host.invalid is not known"),
+            ("127.0.0.1", "no-such-service", 10,
              "The port no-such-service is neither a number nor a known service name"),
-            ("127.0.0.1", silent.getsockname()[1],
+            ("127.0.0.1", silent.getsockname()[1], 1,
              "No answer to the association request came within 1 s"),
-            ("127.0.0.1", closing.getsockname()[1],
+            ("127.0.0.1", closing.getsockname()[1], 30,
              "The peer closed the connection without answering the association request"),
         ]
         try:
-            for host, port, why in cases:
-                result = run(KESTREL, "echo", "--timeout", "1", host, port)
+            for host, port, timeout, why in cases:
+                result = run(KESTREL, "echo", "--timeout", str(timeout), host, port)
                 self.assertEqual(result.returncode, 1, why)
                 self.assertEqual(result.stderr.decode(),
                                  "Error: Unable to connect to %s\r\n%s\r\n" % (host, why))
