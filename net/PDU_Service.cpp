@@ -365,6 +365,10 @@ PDU_Service::ConnectFailure PDU_Service::GetConnectFailure() const {
   return state_->connectFailure;
 }
 int PDU_Service::GetConnectError() const { return socket_.GetError(); }
+
+bool PDU_Service::HasInput() const {
+  return state_->dataLeft != 0 || state_->transport.HasQueuedInput() || socket_.HasInput();
+}
 int PDU_Service::GetRejectResult() const { return state_->reject.Result; }
 int PDU_Service::GetRejectSource() const { return state_->reject.Source; }
 int PDU_Service::GetRejectReason() const { return state_->reject.Reason; }

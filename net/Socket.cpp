@@ -223,6 +223,10 @@ int Socket::Disconnect() {
   return 1;
 }
 
+bool Socket::HasInput() const {
+  return readBegin_ < readEnd_ || (connected_ && sockets::WaitReadable(dataSocket_, 0) == 1);
+}
+
 bool Socket::Shutdown(int handle) { return handle > 0 && sockets::Shutdown(handle); }
 
 int Socket::Send(const void* buffer, uint32_t length) {

@@ -38,6 +38,8 @@ class TransportBuffer {
   [[nodiscard]] bool ReadInto(ByteBuffer& out, size_t length);
   // Passes over `length` bytes.
   [[nodiscard]] bool Skip(size_t length);
+  // Whether received bytes wait to be read.
+  bool HasQueuedInput() const { return Queued() != 0; }
   // Drops what is queued for reading (after a broken connection).
   void DiscardInput();
 

@@ -131,6 +131,10 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   };
   ConnectFailure GetConnectFailure() const;
   int GetConnectError() const;
+  // Whether the peer has sent something that Read would take without waiting (part of a
+  // message, a release or abort, or its close). Never blocks: a provider polls it between the
+  // responses of a long answer to notice a C-CANCEL.
+  bool HasInput() const;
   // The A-ASSOCIATE-RJ fields kept from the last rejection (0 when none came).
   int GetRejectResult() const;
   int GetRejectSource() const;

@@ -70,6 +70,9 @@ class KESTREL_API Socket {
   // Whether the last Recv that gave -1 did so because its time-out passed (rather than the
   // peer closing or resetting the connection).
   bool LastRecvTimedOut() const { return recvTimedOut_; }
+  // Whether a Recv would return without waiting: bytes received ahead, or the data socket
+  // readable (data, or the peer's close). Never blocks.
+  bool HasInput() const;
   // While set, each Send tells the system that more bytes follow at once (the fragments of one
   // message), so that it fills whole segments instead of pushing each send out on its own.
   // The bytes sent are the same; only their packing into segments changes. Clear it before

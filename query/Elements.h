@@ -1,0 +1,30 @@
+#pragma once
+
+// Small element helpers of the query services: text values in and out of data objects.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class DICOMObject;
+class DICOMDataObject;
+class VR;
+
+namespace query_elements {
+
+// The two letters of a VR packed as VR::TypeCode holds them.
+uint16_t TypeCodeOf(const char* vr);
+// The value as text without its padding; "" for a null element or one without value.
+std::string Text(const VR* element);
+// A new text element holding `value` (odd lengths are padded when encoded); null when memory
+// ran out.
+VR* NewText(uint16_t group, uint16_t element, const std::string& value, const char* vr);
+[[nodiscard]] bool PushText(DICOMObject* target, uint16_t group, uint16_t element,
+                            const std::string& value, const char* vr);
+// Pushes a sequence element holding `item` as its one item.
+[[nodiscard]] bool PushSequence(DICOMObject* target, uint16_t group, uint16_t element,
+                                std::unique_ptr<DICOMDataObject> item);
+// The first item of a sequence element, or null.
+DICOMDataObject* FirstItem(const VR* element);
+
+}  // namespace query_elements
