@@ -10,3 +10,5 @@ void AddEchoCommand(CLI::App& app, int& exitCode);
 void AddServeCommand(CLI::App& app, int& exitCode);
 void AddSendCommand(CLI::App& app, int& exitCode);
 void AddDbCommand(CLI::App& app, int& exitCode);
+void AddDicomdirCommand(CLI::App& app, int& exitCode);
+void AddWorklistCommand(CLI::App& app, int& exitCode);

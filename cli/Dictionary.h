@@ -6,4 +6,6 @@ class RTC;
 
 // The data dictionary the tool attaches: `path` when given, else the one installed with the
 // library (GetInstalledRTCPath). Null when none could be loaded; the caller deletes the result.
-RTC* LoadToolDictionary(const std::string& path, std::string& error);
+// With `keepKeywords` the keywords are kept for look-ups by name, and the text form beside an
+// installed binary one is preferred (the binary form holds no keywords).
+RTC* LoadToolDictionary(const std::string& path, std::string& error, bool keepKeywords = false);

@@ -22,6 +22,7 @@
 #include "ExitCodes.h"
 #include "NetOptions.h"
 #include "ServeDispatcher.h"
+#include "ServeWorklist.h"
 #include "kestrel/Socket.h"
 
 namespace fs = std::filesystem;
@@ -39,6 +40,7 @@ struct ServeOptions {
   std::string aeTitle = "KESTREL";
   std::string storeDir;
   std::string configFile = "pdu.txt";
+  std::string risConnect;
   int64_t timeout = -1;
   int maxAssociations = 32;
   int graceSeconds = 5;
@@ -123,6 +125,7 @@ int RunServe(const ServeOptions& options) {
   auto server = std::make_shared<Server>(settings);
   AddEchoHandler(server->dispatcher);
   AddStoreHandler(server->dispatcher);
+  if (!options.risConnect.empty()) AddWorklistHandler(server->dispatcher, options.risConnect);
 
   std::printf("kestrel serve: listening on port %d as %s, storing in %s\n", listener.GetLocalPort(),
               options.aeTitle.c_str(), options.storeDir.c_str());
@@ -171,6 +174,9 @@ void AddServeCommand(CLI::App& app, int& exitCode) {
   cmd->add_option("--store", options->storeDir,
                   "directory for received objects, written as <SOP Instance UID>.dcm "
                   "(default $KESTREL_HOME/store)");
+  cmd->add_option("--ris", options->risConnect,
+                  "answer modality worklist C-FIND from the RIS order database behind this ODBC "
+                  "connect string");
   cmd->add_option("--config", options->configFile,
                   "association configuration file (default pdu.txt; absent: accept all)");
   cmd->add_option("--timeout", options->timeout,

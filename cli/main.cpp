@@ -28,6 +28,8 @@ int main(int argc, char** argv) {
   AddEchoCommand(app, exitCode);
   AddServeCommand(app, exitCode);
   AddSendCommand(app, exitCode);
+  AddWorklistCommand(app, exitCode);
+  AddDicomdirCommand(app, exitCode);
 
   try {
     app.parse(argc, argv);

@@ -289,6 +289,7 @@ int CDicomDirectory::Open(const std::string& path) {
     return fail("the file is not a media directory but of the SOP class " +
                 parsed.mediaStorageSOPClass);
   fileSetID_ = parsed.fileSetID;
+  problems_ = parsed.warnings;
   DicomDirectoryReader reader(*this, parsed, bytes.size());
   if (!reader.Build()) {
     KESTREL::SetLastErrorText("KESTREL.dll : CDicomDirectory::Open() : " + reader.BrokenText() +

@@ -136,13 +136,23 @@ class Reader {
   }
 
   // The items of the Directory Record Sequence, whose value starts at `at`.
-  bool ReadRecords(const Header& sequence, size_t end, std::vector<Record>& records) {
+  bool ReadRecords(const Header& sequence, size_t fileEnd, Directory& directory) {
     const bool defined = sequence.length != kUndefined;
-    if (defined) end = sequence.value + sequence.length;
+    const size_t end = defined ? sequence.value + sequence.length : fileEnd;
     size_t at = sequence.value;
     while (!defined || at < end) {
       Header item;
-      if (!ReadHeader(at, end, item)) return false;
+      if (end - at < 8) return Fail(at, "an item header runs past its end");
+      item.group = U16(at);
+      item.element = U16(at + 2);
+      item.length = U32(at + 4);
+      item.value = at + 8;
+      if (item.length != kUndefined && item.length > end - item.value) {
+        if (!defined) return Fail(at, "a value runs past its end");
+        directory.warnings.push_back("the record at byte " + std::to_string(at) +
+                                     " is longer than its sequence; read up to the sequence end");
+        item.length = static_cast<uint32_t>(end - item.value);
+      }
       if (item.group == kItemGroup && item.element == kSequenceEnd && !defined) return true;
       if (item.group != kItemGroup || item.element != kItem)
         return Fail(at, "a directory record item is expected");
@@ -153,7 +163,7 @@ class Reader {
       bool untilDelimiter = item.length == kUndefined;
       size_t itemEnd = untilDelimiter ? end : item.value + item.length;
       if (!ReadRecord(item.value, itemEnd, untilDelimiter, record, at)) return false;
-      records.push_back(std::move(record));
+      directory.records.push_back(std::move(record));
     }
     return true;
   }
@@ -246,7 +256,7 @@ bool Parse(const std::vector<uint8_t>& file, Directory& directory, std::string& 
     if (!reader.ReadHeader(at, file.size(), header)) break;
     if (Tag(header.group, header.element) == kRecordSequence) {
       sequenceFound = true;
-      if (!reader.ReadRecords(header, file.size(), directory.records)) break;
+      if (!reader.ReadRecords(header, file.size(), directory)) break;
       error.clear();
       directory.fileSetID = top.Text(Tag(0x0004, 0x1130));
       directory.firstRootOffset = top.Number(Tag(0x0004, 0x1200));

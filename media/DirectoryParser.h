@@ -38,13 +38,16 @@ struct Directory {
   uint32_t firstRootOffset = 0;      // (0004,1200); 0 when absent
   uint32_t lastRootOffset = 0;       // (0004,1202)
   std::vector<Record> records;       // in sequence order
+  std::vector<std::string> warnings;  // faults read around (see Parse)
 };
 
 constexpr int kMaxDepth = 16;
 
 // False with `error` when the bytes are not a DICOMDIR that can be read: no file meta
 // information, a transfer syntax other than the three uncompressed ones, no Directory Record
-// Sequence, or a length that runs past the end of the file.
+// Sequence, or a length that runs past the end of the file. A record item whose length runs
+// past the end of a defined-length sequence (a writer that dropped elements without fixing
+// the item length) is read up to the sequence's end, with a warning.
 bool Parse(const std::vector<uint8_t>& file, Directory& directory, std::string& error);
 
 }  // namespace dicomdir

@@ -26,5 +26,9 @@ VR* NewText(uint16_t group, uint16_t element, const std::string& value, const ch
                                 std::unique_ptr<DICOMDataObject> item);
 // The first item of a sequence element, or null.
 DICOMDataObject* FirstItem(const VR* element);
+// A sequence that arrived in implicit VR with a defined length is read as a plain value by a
+// codec without a dictionary; this decodes that value into the element's items. True when the
+// element holds items afterwards (or never needed them: no value).
+bool ExpandSequence(VR* element);
 
 }  // namespace query_elements

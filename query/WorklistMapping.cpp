@@ -88,14 +88,19 @@ constexpr Attribute kAttributes[] = {
 };
 constexpr size_t kStepCount = 8;  // the first rows above
 
-// FNV-1a over the text, from a given basis: two bases give the two halves of the hash.
-uint64_t Fnv1a(const std::string& text, uint64_t basis) {
+// FNV-1a over the text from a given basis (two bases give the two halves of the hash), with
+// a final mix so that keys differing in their last character differ in every digit.
+uint64_t Hash(const std::string& text, uint64_t basis) {
   uint64_t hash = basis;
   for (unsigned char c : text) {
     hash ^= c;
     hash *= 0x100000001B3ull;
   }
-  return hash;
+  hash ^= hash >> 30;
+  hash *= 0xBF58476D1CE4E5B9ull;
+  hash ^= hash >> 27;
+  hash *= 0x94D049BB133111EBull;
+  return hash ^ (hash >> 31);
 }
 
 }  // namespace
@@ -124,9 +129,9 @@ bool ModalityMatches(const std::string& key, const CWorklistOrderSet& order) {
 
 std::string StudyUIDForOrder(const std::string& orderTableID) {
   const std::string text = "kestrel-worklist-order:" + KESTREL::TrimPadding(orderTableID);
-  unsigned __int128 value = (static_cast<unsigned __int128>(Fnv1a(text, 0xCBF29CE484222325ull))
-                             << 64) |
-                            Fnv1a(text, 0x84222325CBF29CE4ull);
+  unsigned __int128 value =
+      (static_cast<unsigned __int128>(Hash(text, 0xCBF29CE484222325ull)) << 64) |
+      Hash(text, 0x84222325CBF29CE4ull);
   std::string digits;
   do {
     digits.insert(digits.begin(), static_cast<char>('0' + static_cast<int>(value % 10)));

@@ -124,8 +124,9 @@ int CModalityWorklistQuery::Query(const std::string& host, const std::string& po
 
 int CModalityWorklistQuery::CallBack(DICOMCommandObject* response, DICOMDataObject* match) {
   if (!results_ || !match) return 0;
-  DICOMDataObject* step =
-      el::FirstItem(match->Find(worklist::kStepSequenceGroup, worklist::kStepSequenceElement));
+  VR* sequence = match->Find(worklist::kStepSequenceGroup, worklist::kStepSequenceElement);
+  el::ExpandSequence(sequence);
+  DICOMDataObject* step = el::FirstItem(sequence);
   auto row = std::make_unique<CResult>();
   row->SetSize(kResultSize);
   for (int slot = 0; slot < kResultSize; ++slot) {

@@ -59,6 +59,7 @@ std::vector<Key> ReadKeys(DICOMObject* object, bool top) {
     key.typeCode = element->TypeCode;
     key.sequence = element->SequenceItems || element->TypeCode == el::TypeCodeOf("SQ") ||
                    IsStepSequence(key.group, key.element);
+    if (top && IsStepSequence(key.group, key.element)) el::ExpandSequence(element.get());
     DICOMDataObject* item = el::FirstItem(element.get());
     if (key.sequence && item && top && IsStepSequence(key.group, key.element))
       key.items = ReadKeys(item, false);
