@@ -77,7 +77,8 @@ bool MatchRange(const std::string& key, const std::string& value) {
 
 bool MatchKey(const std::string& key, const std::string& value, const char* vr) {
   std::string k = TrimPadding(key);
-  if (k.empty()) return true;
+  // A key of nothing but '*' is universal matching too (PS3.4 C.2.2.2.4).
+  if (k.find_first_not_of('*') == std::string::npos) return true;
   std::string v = TrimPadding(value);
   if (v.empty()) return false;
   if (!std::strcmp(vr, "DA") || !std::strcmp(vr, "TM") || !std::strcmp(vr, "DT"))

@@ -23,7 +23,8 @@ KESTREL_API bool MatchWildcard(const std::string& pattern, const std::string& va
 KESTREL_API bool MatchRange(const std::string& key, const std::string& value);
 
 // One key against one value for an attribute of value representation `vr` (two letters):
-// an empty key matches everything (universal matching); DA, TM and DT use range matching;
+// an empty key, or one of only '*', matches everything (universal matching); DA, TM and DT
+// use range matching;
 // every other VR single value or wild card matching, with person names (PN) compared without
 // case. An empty value matches only an empty key.
 KESTREL_API bool MatchKey(const std::string& key, const std::string& value, const char* vr);
