@@ -93,10 +93,11 @@ bool ScanFile(const fs::path& path, ScannedFile& file, std::string& why) {
   }
   DICOMDataObject* o = object.get();
   file.transferSyntax = Text(o, 0x0002, 0x0010);
-  file.sopClass = Text(o, 0x0002, 0x0002);
-  if (file.sopClass.empty()) file.sopClass = Text(o, 0x0008, 0x0016);
-  file.sopInstance = Text(o, 0x0002, 0x0003);
-  if (file.sopInstance.empty()) file.sopInstance = Text(o, 0x0008, 0x0018);
+  // The object's own UIDs; the meta group's copies stand in only when those are missing.
+  file.sopClass = Text(o, 0x0008, 0x0016);
+  if (file.sopClass.empty()) file.sopClass = Text(o, 0x0002, 0x0002);
+  file.sopInstance = Text(o, 0x0008, 0x0018);
+  if (file.sopInstance.empty()) file.sopInstance = Text(o, 0x0002, 0x0003);
   file.studyUID = Text(o, 0x0020, 0x000D);
   file.seriesUID = Text(o, 0x0020, 0x000E);
   if (file.transferSyntax.empty() || file.sopClass.empty() || file.sopInstance.empty() ||
