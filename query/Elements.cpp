@@ -18,7 +18,11 @@ std::string Text(const VR* element) {
       std::string(static_cast<const char*>(element->Data), element->Length));
 }
 
-VR* NewText(uint16_t group, uint16_t element, const std::string& value, const char* vr) {
+VR* NewText(uint16_t group, uint16_t element, const std::string& unpadded, const char* vr) {
+  // The codec pads odd DA and DT values (date ranges) with a zero byte, which peers then read
+  // as part of the range; PS3.5 6.2 pads every text VR but UI with a space.
+  std::string value = unpadded;
+  if ((value.size() & 1) && std::strcmp(vr, "UI") != 0) value += ' ';
   char* data = nullptr;
   if (!value.empty()) {
     data = new (std::nothrow) char[value.size()];

@@ -16,8 +16,8 @@ namespace query_elements {
 uint16_t TypeCodeOf(const char* vr);
 // The value as text without its padding; "" for a null element or one without value.
 std::string Text(const VR* element);
-// A new text element holding `value` (odd lengths are padded when encoded); null when memory
-// ran out.
+// A new text element holding `value`, padded to an even length with a space (UI: left for
+// the codec, which pads with a zero); null when memory ran out.
 VR* NewText(uint16_t group, uint16_t element, const std::string& value, const char* vr);
 [[nodiscard]] bool PushText(DICOMObject* target, uint16_t group, uint16_t element,
                             const std::string& value, const char* vr);

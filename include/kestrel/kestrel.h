@@ -56,3 +56,14 @@
 #include "kestrel/CWorklistOrderSet.h"
 #include "kestrel/DatabaseSetup.h"
 #include "kestrel/RecordSets.h"
+
+// Query results, key matching, the C-FIND provider, the worklist and the report query.
+#include "kestrel/CMitraReportQuery.h"
+#include "kestrel/CModalityWorklistQuery.h"
+#include "kestrel/CResultsArray.h"
+#include "kestrel/FindProvider.h"
+#include "kestrel/KeyMatching.h"
+
+// Media directories.
+#include "kestrel/CDicomDirectory.h"
+#include "kestrel/DicomDirectoryRecords.h"
