@@ -25,7 +25,7 @@ constexpr char kMediaStorageDirectory[] = "1.2.840.10008.1.3.10";
 constexpr uintmax_t kMaxFileSize = 256u << 20;
 constexpr size_t kMaxProblems = 200;
 
-// PS3.3 F.3.2.1: the links and the kind of each record.
+// PS3.3 F.3.2.2: the links and the kind of each record.
 constexpr uint32_t kNext = Tag(0x0004, 0x1400);
 constexpr uint32_t kInUse = Tag(0x0004, 0x1410);
 constexpr uint32_t kLower = Tag(0x0004, 0x1420);
@@ -107,7 +107,7 @@ class DicomDirectoryReader {
       visited_[found->second] = true;
       const Record& record = parsed_.records[found->second];
       if (last) *last = offset;
-      // PS3.3 F.3.2.1: an in-use flag of 0000 marks a record that is no longer part of the set.
+      // PS3.3 F.3.2.2: an in-use flag of 0000 marks a record that is no longer part of the set.
       if (record.Number(kInUse, 0xFFFF) != 0) visit(record);
       from = "the record at byte " + std::to_string(offset);
       offset = record.Number(kNext);

@@ -64,7 +64,7 @@ std::vector<OutElement> KeyValues(DICOMObject* object, const RecordKeys& keys,
   return out;
 }
 
-// The Concept Name Code Sequence of a document (PS3.3 F.5.19): its first code, as the record's
+// The Concept Name Code Sequence of a document (PS3.3 F.5): its first code, as the record's
 // one item.
 OutElement ConceptName(DICOMObject* object) {
   OutElement sequence{Tag(0x0040, 0xA043), "SQ", "", {}};

@@ -154,7 +154,7 @@ bool KeyMatches(const Key& key, bool inStep, const CWorklistOrderSet& order) {
   if (inStep && key.group == 0x0008 && key.element == 0x0060)
     return worklist::ModalityMatches(key.value, order);
   const worklist::Attribute* attribute = worklist::FindAttribute(key.group, key.element, inStep);
-  // A key on an attribute the orders do not hold is not used for matching (PS3.4 C.2.2.1.3).
+  // A key on an attribute the orders do not hold is not used for matching (PS3.4 C.2.2).
   return !attribute || KESTREL::MatchKey(key.value, attribute->value(order), attribute->vr);
 }
 
@@ -262,7 +262,7 @@ class WorklistMatches : public FindMatchSource {
       else ok = AddElement(answer.get(), key, false);
       if (!ok) return nullptr;
     }
-    // The RIS database holds UTF-8 (PS3.5 6.1.2.5.3, ISO_IR 192); plain ASCII needs no term.
+    // The RIS database holds UTF-8 (ISO_IR 192, PS3.3 C.12.1.1.2); plain ASCII needs no term.
     if ((!ascii_ || askedCharacterSet) &&
         !el::PushText(answer.get(), 0x0008, 0x0005, ascii_ ? "" : "ISO_IR 192", "CS"))
       return nullptr;
