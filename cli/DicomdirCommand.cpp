@@ -35,11 +35,15 @@ std::string Lines(std::string text) {
 }
 
 ordered_json RecordJson(const CDirectoryRecord& record) {
-  return {{"RecordType", record.RecordType},       {"FileID", record.FileID},
-          {"Path", record.Path},                   {"SOPClassUID", record.SOPClassUID},
+  return {{"RecordType", record.RecordType},
+          {"FileID", record.FileID},
+          {"Path", record.Path},
+          {"SOPClassUID", record.SOPClassUID},
           {"SOPClass", CDicomDirectory::GetSOPClassDescription(record.SOPClassUID)},
-          {"SOPInstanceUID", record.SOPInstanceUID}, {"TransferSyntaxUID", record.TransferSyntaxUID},
-          {"InstanceNumber", record.InstanceNumber}, {"Supported", record.Supported},
+          {"SOPInstanceUID", record.SOPInstanceUID},
+          {"TransferSyntaxUID", record.TransferSyntaxUID},
+          {"InstanceNumber", record.InstanceNumber},
+          {"Supported", record.Supported},
           {"Offset", record.Offset}};
 }
 
@@ -109,8 +113,8 @@ void PrintTree(const CDicomDirectory& directory) {
       std::cout << "  Study " << study->StudyInstanceUID << "  " << study->StudyDate << "  ID "
                 << study->StudyID << "  " << study->StudyDescription << '\n';
       for (const auto& series : study->Series) {
-        std::cout << "    Series " << series->SeriesInstanceUID << "  " << series->Modality
-                  << "  #" << series->SeriesNumber << '\n';
+        std::cout << "    Series " << series->SeriesInstanceUID << "  " << series->Modality << "  #"
+                  << series->SeriesNumber << '\n';
         for (const auto& image : series->Images) PrintRecord(*image, "      ");
         for (const auto& other : series->Others) PrintRecord(*other, "      ");
       }
@@ -163,7 +167,8 @@ int RunMake(const MakeOptions& options) {
     return kExitLocalFailure;
   }
   if (!options.quiet)
-    for (const std::string& problem : problems) std::cerr << "kestrel dicomdir: " << problem << '\n';
+    for (const std::string& problem : problems)
+      std::cerr << "kestrel dicomdir: " << problem << '\n';
   CDicomDirectory check;
   if (!check.Open(options.dir)) {
     PrintLastError();

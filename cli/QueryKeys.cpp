@@ -9,12 +9,11 @@
 namespace {
 
 bool ParseTag(std::string text, uint16_t& group, uint16_t& element) {
-  if (text.size() == 11 && text.front() == '(' && text.back() == ')')
-    text = text.substr(1, 9);
+  if (text.size() == 11 && text.front() == '(' && text.back() == ')') text = text.substr(1, 9);
   unsigned g = 0, e = 0;
   char comma = 0, extra = 0;
-  if (text.size() != 9 ||
-      std::sscanf(text.c_str(), "%4x%c%4x%c", &g, &comma, &e, &extra) != 3 || comma != ',')
+  if (text.size() != 9 || std::sscanf(text.c_str(), "%4x%c%4x%c", &g, &comma, &e, &extra) != 3 ||
+      comma != ',')
     return false;
   group = static_cast<uint16_t>(g);
   element = static_cast<uint16_t>(e);

@@ -42,7 +42,8 @@ std::unique_ptr<CResult> StudyRow(const CPatient& patient, const CStudy& study) 
     modalities += (modalities.empty() ? "" : "\\") + series->Modality;
   }
   SetSlot(*row, CDicomDirectory::kModalitiesInStudy, modalities);
-  row->SetAt(CDicomDirectory::kNumberOfSeries, new std::string(std::to_string(study.Series.size())));
+  row->SetAt(CDicomDirectory::kNumberOfSeries,
+             new std::string(std::to_string(study.Series.size())));
   row->SetAt(CDicomDirectory::kNumberOfImages, new std::string(std::to_string(images)));
   return row;
 }

@@ -76,7 +76,8 @@ class DicomDirectoryReader {
       root = parsed_.records.front().offset;
     }
     uint32_t last = 0;
-    Chain(root, "(0004,1200)", [&](const Record& r) { RootRecord(r); }, &last);
+    Chain(
+        root, "(0004,1200)", [&](const Record& r) { RootRecord(r); }, &last);
     if (!broken_ && parsed_.lastRootOffset && last && parsed_.lastRootOffset != last)
       Problem("(0004,1202) names the record at byte " + std::to_string(parsed_.lastRootOffset) +
               ", but the last root record is at byte " + std::to_string(last));
@@ -238,8 +239,10 @@ class DicomDirectoryReader {
 
   void Problem(const std::string& text) {
     std::vector<std::string>& problems = directory_.problems_;
-    if (problems.size() < kMaxProblems) problems.push_back(text);
-    else if (problems.size() == kMaxProblems) problems.push_back("(further problems not listed)");
+    if (problems.size() < kMaxProblems)
+      problems.push_back(text);
+    else if (problems.size() == kMaxProblems)
+      problems.push_back("(further problems not listed)");
   }
 
   CDicomDirectory& directory_;

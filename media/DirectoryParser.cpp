@@ -39,7 +39,8 @@ class Reader {
 
   uint16_t U16(size_t at) const {
     const uint8_t* p = &bytes_[at];
-    return Big() ? static_cast<uint16_t>(p[0] << 8 | p[1]) : static_cast<uint16_t>(p[1] << 8 | p[0]);
+    return Big() ? static_cast<uint16_t>(p[0] << 8 | p[1])
+                 : static_cast<uint16_t>(p[1] << 8 | p[0]);
   }
   uint32_t U32(size_t at) const {
     return Big() ? static_cast<uint32_t>(U16(at)) << 16 | U16(at + 2)
@@ -190,10 +191,14 @@ std::string Trimmed(const std::string& value) {
 }
 
 bool SyntaxOf(const std::string& uid, Syntax& syntax) {
-  if (uid == "1.2.840.10008.1.2") syntax = Syntax::kImplicitLittle;
-  else if (uid == "1.2.840.10008.1.2.1") syntax = Syntax::kExplicitLittle;
-  else if (uid == "1.2.840.10008.1.2.2") syntax = Syntax::kExplicitBig;
-  else return false;
+  if (uid == "1.2.840.10008.1.2")
+    syntax = Syntax::kImplicitLittle;
+  else if (uid == "1.2.840.10008.1.2.1")
+    syntax = Syntax::kExplicitLittle;
+  else if (uid == "1.2.840.10008.1.2.2")
+    syntax = Syntax::kExplicitBig;
+  else
+    return false;
   return true;
 }
 
@@ -228,8 +233,7 @@ uint32_t Record::Number(uint32_t tag, uint32_t fallback) const {
   auto found = values.find(tag);
   if (found == values.end()) return fallback;
   const auto* p = reinterpret_cast<const uint8_t*>(found->second.data());
-  if (found->second.size() == 2)
-    return bigEndian ? (p[0] << 8 | p[1]) : (p[1] << 8 | p[0]);
+  if (found->second.size() == 2) return bigEndian ? (p[0] << 8 | p[1]) : (p[1] << 8 | p[0]);
   if (found->second.size() == 4)
     return bigEndian ? static_cast<uint32_t>(p[0]) << 24 | p[1] << 16 | p[2] << 8 | p[3]
                      : static_cast<uint32_t>(p[3]) << 24 | p[2] << 16 | p[1] << 8 | p[0];

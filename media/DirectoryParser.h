@@ -32,12 +32,12 @@ struct Record {
 };
 
 struct Directory {
-  std::string mediaStorageSOPClass;  // (0002,0002)
-  std::string transferSyntax;        // (0002,0010)
-  std::string fileSetID;             // (0004,1130)
-  uint32_t firstRootOffset = 0;      // (0004,1200); 0 when absent
-  uint32_t lastRootOffset = 0;       // (0004,1202)
-  std::vector<Record> records;       // in sequence order
+  std::string mediaStorageSOPClass;   // (0002,0002)
+  std::string transferSyntax;         // (0002,0010)
+  std::string fileSetID;              // (0004,1130)
+  uint32_t firstRootOffset = 0;       // (0004,1200); 0 when absent
+  uint32_t lastRootOffset = 0;        // (0004,1202)
+  std::vector<Record> records;        // in sequence order
   std::vector<std::string> warnings;  // faults read around (see Parse)
 };
 

@@ -48,9 +48,13 @@ std::string Padded(std::string value, const std::string& vr) {
   return value;
 }
 
-std::string U16Value(uint16_t v) { return std::string{static_cast<char>(v & 0xFF), static_cast<char>(v >> 8)}; }
+std::string U16Value(uint16_t v) {
+  return std::string{static_cast<char>(v & 0xFF), static_cast<char>(v >> 8)};
+}
 
-std::string U32Value(uint32_t v) { return U16Value(v & 0xFFFF) + U16Value(static_cast<uint16_t>(v >> 16)); }
+std::string U32Value(uint32_t v) {
+  return U16Value(v & 0xFFFF) + U16Value(static_cast<uint16_t>(v >> 16));
+}
 
 void Encode(Bytes& out, const OutElement& element);
 
@@ -90,7 +94,9 @@ void Encode(Bytes& out, const OutElement& element) {
   out.Raw(value);
 }
 
-OutElement Text(uint32_t tag, const char* vr, const std::string& value) { return {tag, vr, value, {}}; }
+OutElement Text(uint32_t tag, const char* vr, const std::string& value) {
+  return {tag, vr, value, {}};
+}
 
 // A record flattened in the order of the sequence (pre-order), with its links by index.
 struct Flat {
@@ -117,7 +123,8 @@ int Flatten(const std::vector<OutRecord>& records, std::vector<Flat>& flat) {
 
 std::string Join(const std::vector<std::string>& parts, char separator) {
   std::string out;
-  for (const std::string& part : parts) out += (out.empty() ? "" : std::string(1, separator)) + part;
+  for (const std::string& part : parts)
+    out += (out.empty() ? "" : std::string(1, separator)) + part;
   return out;
 }
 
@@ -125,9 +132,11 @@ std::string Join(const std::vector<std::string>& parts, char separator) {
 std::string EncodeRecord(const Flat& flat, const std::vector<Flat>& all) {
   const OutRecord& record = *flat.record;
   std::vector<OutElement> elements = record.keys;
-  elements.push_back({Tag(0x0004, 0x1400), "UL", U32Value(flat.next >= 0 ? all[flat.next].offset : 0), {}});
+  elements.push_back(
+      {Tag(0x0004, 0x1400), "UL", U32Value(flat.next >= 0 ? all[flat.next].offset : 0), {}});
   elements.push_back({Tag(0x0004, 0x1410), "US", U16Value(0xFFFF), {}});
-  elements.push_back({Tag(0x0004, 0x1420), "UL", U32Value(flat.lower >= 0 ? all[flat.lower].offset : 0), {}});
+  elements.push_back(
+      {Tag(0x0004, 0x1420), "UL", U32Value(flat.lower >= 0 ? all[flat.lower].offset : 0), {}});
   elements.push_back(Text(Tag(0x0004, 0x1430), "CS", record.type));
   if (!record.fileID.empty()) {
     elements.push_back(Text(Tag(0x0004, 0x1500), "CS", Join(record.fileID, '\\')));

@@ -13,8 +13,8 @@ namespace dicomdir {
 struct OutElement {
   uint32_t tag = 0;
   std::string vr;
-  std::string value;               // text, or the bytes of a binary value
-  std::vector<OutElement> item;    // for an SQ: the elements of its one item (empty: no item)
+  std::string value;             // text, or the bytes of a binary value
+  std::vector<OutElement> item;  // for an SQ: the elements of its one item (empty: no item)
 };
 
 // One record and the records below it; the links (0004,1400) and (0004,1420) are filled in.
@@ -22,7 +22,7 @@ struct OutRecord {
   std::string type;
   std::vector<std::string> fileID;  // empty for records that name no file
   std::string sopClassUID, sopInstanceUID, transferSyntaxUID;
-  std::vector<OutElement> keys;     // any order
+  std::vector<OutElement> keys;  // any order
   std::vector<OutRecord> children;
 };
 

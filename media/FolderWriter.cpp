@@ -133,8 +133,8 @@ std::vector<ScannedFile> ScanFolder(const fs::path& folder, std::vector<std::str
                                     std::vector<std::string>& skipped) {
   std::vector<fs::path> paths;
   std::error_code ec;
-  for (fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied,
-                                           ec),
+  for (fs::recursive_directory_iterator
+           it(folder, fs::directory_options::skip_permission_denied, ec),
        end;
        !ec && it != end; it.increment(ec)) {
     if (it->is_regular_file(ec)) paths.push_back(it->path());
@@ -191,7 +191,8 @@ std::vector<OutRecord> BuildTree(std::vector<ScannedFile>& files) {
     const ScannedFile& first = *studies.begin()->second.begin()->second.front();
     patients.push_back(Structure(dicomdir::PatientKeys(), first.patientKeys));
     for (const auto& [studyUID, seriesMap] : studies) {
-      OutRecord study = Structure(dicomdir::StudyKeys(), seriesMap.begin()->second.front()->studyKeys);
+      OutRecord study =
+          Structure(dicomdir::StudyKeys(), seriesMap.begin()->second.front()->studyKeys);
       for (const auto& [seriesUID, members] : seriesMap) {
         OutRecord series = Structure(dicomdir::SeriesKeys(), members.front()->seriesKeys);
         for (const ScannedFile* file : members) series.children.push_back(ObjectRecord(*file));
@@ -280,8 +281,8 @@ int CDicomDirectory::CopyForMedia(const std::string& source, const std::string& 
   if (!IsValidFileSetID(fileSetID))
     return Fail(operation, "the File-set ID \"" + fileSetID + "\" is not allowed");
   std::vector<fs::path> paths;
-  for (fs::recursive_directory_iterator it(source, fs::directory_options::skip_permission_denied,
-                                           ec),
+  for (fs::recursive_directory_iterator
+           it(source, fs::directory_options::skip_permission_denied, ec),
        end;
        !ec && it != end; it.increment(ec))
     if (it->is_regular_file(ec) && !IsDirectoryFile(it->path().filename()) &&

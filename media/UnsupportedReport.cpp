@@ -10,12 +10,12 @@ namespace {
 // The image classes the storage objects handle (ModalityStorage.h): what the workstation
 // can show.
 constexpr const char* kSupported[] = {
-    CCRStorage::kSOPClassUID,  CCTStorage::kSOPClassUID,    CDXStorage::kSOPClassUID,
-    CDXRStorage::kSOPClassUID, CMGStorage::kSOPClassUID,    CMGRStorage::kSOPClassUID,
-    CMRStorage::kSOPClassUID,  CNMStorage::kSOPClassUID,    CNMNStorage::kSOPClassUID,
-    CPETStorage::kSOPClassUID, CRFStorage::kSOPClassUID,    CSCStorage::kSOPClassUID,
-    CUSStorage::kSOPClassUID,  CUSNStorage::kSOPClassUID,   CUSMStorage::kSOPClassUID,
-    CUSNMStorage::kSOPClassUID, CXAStorage::kSOPClassUID,   CXABiStorage::kSOPClassUID,
+    CCRStorage::kSOPClassUID,   CCTStorage::kSOPClassUID,  CDXStorage::kSOPClassUID,
+    CDXRStorage::kSOPClassUID,  CMGStorage::kSOPClassUID,  CMGRStorage::kSOPClassUID,
+    CMRStorage::kSOPClassUID,   CNMStorage::kSOPClassUID,  CNMNStorage::kSOPClassUID,
+    CPETStorage::kSOPClassUID,  CRFStorage::kSOPClassUID,  CSCStorage::kSOPClassUID,
+    CUSStorage::kSOPClassUID,   CUSNStorage::kSOPClassUID, CUSMStorage::kSOPClassUID,
+    CUSNMStorage::kSOPClassUID, CXAStorage::kSOPClassUID,  CXABiStorage::kSOPClassUID,
 };
 
 template <class Set, class Name>
@@ -29,8 +29,9 @@ std::string Joined(const Set& values, Name name) {
 }
 
 std::string StudyText(const CDicomDirectory::UnsupportedStudy& study) {
-  std::string text = "\t- Study ID: " + study.StudyID + "\r\n\t- Study Description: " +
-                     study.StudyDescription + "\r\n\t- Study Date: " + study.StudyDate + "\r\n";
+  std::string text = "\t- Study ID: " + study.StudyID +
+                     "\r\n\t- Study Description: " + study.StudyDescription +
+                     "\r\n\t- Study Date: " + study.StudyDate + "\r\n";
   text += "\t\t- Affected Modalities in Study: " +
           Joined(study.Modalities, [](const std::string& m) { return m; }) + "\r\n";
   text += "\t\t- Unsupported SOP Classes: " +
@@ -49,8 +50,8 @@ bool CDicomDirectory::IsSupportedSOPClass(const std::string& uid) {
 }
 
 void CDicomDirectory::NoteUnsupported(const CPatient& patient, const CStudy& study,
-                                      const std::string& modality,
-                                      const std::string& sopClassUID, bool privateRecord) {
+                                      const std::string& modality, const std::string& sopClassUID,
+                                      bool privateRecord) {
   UnsupportedPatient& p = unsupported_[{patient.PatientID, patient.PatientName}];
   p.PatientID = patient.PatientID;
   p.PatientName = patient.PatientName;
@@ -68,8 +69,8 @@ void CDicomDirectory::GetUnsupportedMessage(std::string& text) const {
   text.clear();
   for (const auto& [key, patient] : unsupported_) {
     if (!text.empty()) text += "\r\n\r\n";
-    text += "Patient ID: " + patient.PatientID + "\r\nPatient Name: " + patient.PatientName +
-            "\r\n";
+    text +=
+        "Patient ID: " + patient.PatientID + "\r\nPatient Name: " + patient.PatientName + "\r\n";
     bool first = true;
     for (const auto& [uid, study] : patient.Studies) {
       if (!first) text += "\r\n";

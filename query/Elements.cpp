@@ -70,7 +70,8 @@ bool ExpandSequence(VR* element) {
   bytes.WriteBytes(element->Data, element->Length);
   // The items decode into the sequence element last pushed: a stand-in for `element`.
   DICOMDataObject holder;
-  auto carrier = std::unique_ptr<VR>(new (std::nothrow) VR(element->Group, element->Element, 0, false));
+  auto carrier =
+      std::unique_ptr<VR>(new (std::nothrow) VR(element->Group, element->Element, 0, false));
   if (!carrier) return false;
   carrier->TypeCode = TypeCodeOf("SQ");
   VR* stand = carrier.get();

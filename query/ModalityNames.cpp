@@ -15,15 +15,26 @@ struct ModalityPair {
 };
 
 constexpr ModalityPair kDICOMToRIS[] = {
-    {"MG", "Breast Imaging"}, {"CR", "General Radiography"}, {"DX", "General Radiography"},
-    {"NM", "Nuclear Medicine"}, {"RF", "Interventional"},    {"XA", "Angiography"},
-    {"US", "Ultrasound"},       {"RF", "GI/GU"},             {"MR", "MRI"},
+    {"MG", "Breast Imaging"},
+    {"CR", "General Radiography"},
+    {"DX", "General Radiography"},
+    {"NM", "Nuclear Medicine"},
+    {"RF", "Interventional"},
+    {"XA", "Angiography"},
+    {"US", "Ultrasound"},
+    {"RF", "GI/GU"},
+    {"MR", "MRI"},
 };
 
 constexpr ModalityPair kRISToDICOM[] = {
-    {"Breast Imaging", "MG"}, {"General Radiography", "CR"}, {"Nuclear Medicine", "NM"},
-    {"Interventional", "RF"}, {"Angiography", "XA"},         {"Ultrasound", "US"},
-    {"GI/GU", "RF"},          {"MRI", "MR"},
+    {"Breast Imaging", "MG"},
+    {"General Radiography", "CR"},
+    {"Nuclear Medicine", "NM"},
+    {"Interventional", "RF"},
+    {"Angiography", "XA"},
+    {"Ultrasound", "US"},
+    {"GI/GU", "RF"},
+    {"MRI", "MR"},
 };
 
 // The first row whose input equals `in` exactly (bytes, so case-sensitive and safe for any

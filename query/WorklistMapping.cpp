@@ -120,8 +120,7 @@ const Attribute* StepAttributes(size_t& count) {
 bool ModalityMatches(const std::string& key, const CWorklistOrderSet& order) {
   std::string k = KESTREL::TrimPadding(key);
   if (k.empty()) return true;
-  if (k.find_first_of("*?") != std::string::npos)
-    return KESTREL::MatchWildcard(k, Modality(order));
+  if (k.find_first_of("*?") != std::string::npos) return KESTREL::MatchWildcard(k, Modality(order));
   std::string ris;
   CModalityWorklistQuery::ConvertDICOM2RISModality(ris, k);
   return KESTREL::TrimPadding(order.Modality) == ris;

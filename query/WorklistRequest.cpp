@@ -97,11 +97,10 @@ bool BuildIdentifier(DICOMDataObject* identifier, const std::map<Tag, std::strin
     if (!el::PushText(item.get(), tag.first, tag.second, key.first, key.second ? key.second : "UN"))
       return false;
   for (const auto& [tag, key] : topKeys)
-    if (!el::PushText(identifier, tag.first, tag.second, key.first,
-                      key.second ? key.second : "UN"))
+    if (!el::PushText(identifier, tag.first, tag.second, key.first, key.second ? key.second : "UN"))
       return false;
-  return el::PushSequence(identifier, worklist::kStepSequenceGroup,
-                          worklist::kStepSequenceElement, std::move(item));
+  return el::PushSequence(identifier, worklist::kStepSequenceGroup, worklist::kStepSequenceElement,
+                          std::move(item));
 }
 
 }  // namespace

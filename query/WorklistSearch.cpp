@@ -114,9 +114,9 @@ std::string DateCondition(const std::string& key) {
   std::string high = dash == std::string::npos ? key : key.substr(dash + 1);
   std::string sql;
   if (IsDate(low))
-    sql += " AND [StartDateTime] >= " +
-           SqlDate(std::stoi(low.substr(0, 4)), std::stoi(low.substr(4, 2)),
-                   std::stoi(low.substr(6, 2)));
+    sql += " AND [StartDateTime] >= " + SqlDate(std::stoi(low.substr(0, 4)),
+                                                std::stoi(low.substr(4, 2)),
+                                                std::stoi(low.substr(6, 2)));
   if (IsDate(high)) sql += " AND [StartDateTime] < " + SqlNextDay(high);
   return sql;
 }
@@ -160,9 +160,8 @@ bool KeyMatches(const Key& key, bool inStep, const CWorklistOrderSet& order) {
 
 bool Matches(const std::vector<Key>& keys, bool inStep, const CWorklistOrderSet& order) {
   for (const Key& key : keys) {
-    bool ok = !inStep && IsStepSequence(key.group, key.element)
-                  ? Matches(key.items, true, order)
-                  : KeyMatches(key, inStep, order);
+    bool ok = !inStep && IsStepSequence(key.group, key.element) ? Matches(key.items, true, order)
+                                                                : KeyMatches(key, inStep, order);
     if (!ok) return false;
   }
   return true;
@@ -257,9 +256,12 @@ class WorklistMatches : public FindMatchSource {
     bool askedCharacterSet = false;
     for (const Key& key : keys_) {
       bool ok = true;
-      if (IsCharacterSet(key)) askedCharacterSet = true;
-      else if (IsStepSequence(key.group, key.element)) ok = AddStep(answer.get(), key);
-      else ok = AddElement(answer.get(), key, false);
+      if (IsCharacterSet(key))
+        askedCharacterSet = true;
+      else if (IsStepSequence(key.group, key.element))
+        ok = AddStep(answer.get(), key);
+      else
+        ok = AddElement(answer.get(), key, false);
       if (!ok) return nullptr;
     }
     // The RIS database holds UTF-8 (ISO_IR 192, PS3.3 C.12.1.1.2); plain ASCII needs no term.
@@ -284,8 +286,7 @@ VR* CModalityWorklistQuery::MapElement(uint16_t group, uint16_t element, bool in
                                        const CWorklistOrderSet& order) {
   const worklist::Attribute* attribute = worklist::FindAttribute(group, element, inStep);
   if (!attribute) return nullptr;
-  return el::NewText(group, element, KESTREL::TrimPadding(attribute->value(order)),
-                     attribute->vr);
+  return el::NewText(group, element, KESTREL::TrimPadding(attribute->value(order)), attribute->vr);
 }
 
 FindMatchSource* CModalityWorklistQuery::OpenSearch(DICOMDataObject* query) {

@@ -34,22 +34,22 @@ class KESTREL_API CModalityWorklistQuery : public ModalityWorklistInformationQue
   // value or null when the answer did not carry it. Slots 9 to 15 come from the first item of
   // the Scheduled Procedure Step Sequence (0040,0100).
   enum ResultSlot {
-    kPatientName = 0,                          // (0010,0010)
-    kPatientID = 1,                            // (0010,0020)
-    kPatientBirthDate = 2,                     // (0010,0030)
-    kPatientSex = 3,                           // (0010,0040)
-    kAccessionNumber = 4,                      // (0008,0050)
-    kRequestedProcedureID = 5,                 // (0040,1001)
-    kRequestedProcedureDescription = 6,        // (0032,1060)
-    kStudyInstanceUID = 7,                     // (0020,000D)
-    kReferringPhysicianName = 8,               // (0008,0090)
-    kModality = 9,                             // (0008,0060)
-    kScheduledProcedureStepStartDate = 10,     // (0040,0002)
-    kScheduledProcedureStepStartTime = 11,     // (0040,0003)
-    kScheduledStationAETitle = 12,             // (0040,0001)
-    kScheduledPerformingPhysicianName = 13,    // (0040,0006)
-    kScheduledProcedureStepDescription = 14,   // (0040,0007)
-    kScheduledProcedureStepID = 15,            // (0040,0009)
+    kPatientName = 0,                         // (0010,0010)
+    kPatientID = 1,                           // (0010,0020)
+    kPatientBirthDate = 2,                    // (0010,0030)
+    kPatientSex = 3,                          // (0010,0040)
+    kAccessionNumber = 4,                     // (0008,0050)
+    kRequestedProcedureID = 5,                // (0040,1001)
+    kRequestedProcedureDescription = 6,       // (0032,1060)
+    kStudyInstanceUID = 7,                    // (0020,000D)
+    kReferringPhysicianName = 8,              // (0008,0090)
+    kModality = 9,                            // (0008,0060)
+    kScheduledProcedureStepStartDate = 10,    // (0040,0002)
+    kScheduledProcedureStepStartTime = 11,    // (0040,0003)
+    kScheduledStationAETitle = 12,            // (0040,0001)
+    kScheduledPerformingPhysicianName = 13,   // (0040,0006)
+    kScheduledProcedureStepDescription = 14,  // (0040,0007)
+    kScheduledProcedureStepID = 15,           // (0040,0009)
     kResultSize = 16
   };
 

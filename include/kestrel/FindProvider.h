@@ -35,7 +35,6 @@ namespace KESTREL {
 //
 // 1 when the final response went out; 0 when the association cannot go on (a send failed, the
 // peer went away, or it sent anything but a C-CANCEL while the answer ran): the caller aborts.
-KESTREL_API int AnswerFind(PDU_Service* pdu, DICOMCommandObject* request,
-                           FindMatchSource& source);
+KESTREL_API int AnswerFind(PDU_Service* pdu, DICOMCommandObject* request, FindMatchSource& source);
 
 }  // namespace KESTREL

@@ -87,7 +87,8 @@ class DicomDirectoryTest : public ::testing::Test {
   }
   void Rewrite(const std::vector<uint8_t>& bytes) {
     std::ofstream(path_, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
   }
 
   TempDir dir_;
@@ -275,12 +276,13 @@ TEST_F(DicomDirectoryTest, DamagedDirectoriesGiveErrorsNeverLoops) {
        [&](std::vector<uint8_t>& b) { put32(b, next(secondPatient), patient); }, 0, "(a loop)"},
       {"a lower link to itself", [&](std::vector<uint8_t>& b) { put32(b, lower(series), series); },
        0, "(a loop)"},
-      {"a link into a record", [&](std::vector<uint8_t>& b) { put32(b, lower(patient), patient + 4); },
-       0, "points at no directory record"},
+      {"a link into a record",
+       [&](std::vector<uint8_t>& b) { put32(b, lower(patient), patient + 4); }, 0,
+       "points at no directory record"},
       {"an unknown record type", [&](std::vector<uint8_t>& b) { b[type(image) + 4] = 'X'; }, 1,
        "unknown type \"IMAGX\""},
-      {"an inactive record", [&](std::vector<uint8_t>& b) { b[inUse(image)] = b[inUse(image) + 1] = 0; },
-       1, nullptr},
+      {"an inactive record",
+       [&](std::vector<uint8_t>& b) { b[inUse(image)] = b[inUse(image) + 1] = 0; }, 1, nullptr},
       {"a File ID leaving the folder",
        [&](std::vector<uint8_t>& b) {
          for (size_t i = image; i + 8 < b.size(); ++i)
@@ -300,7 +302,9 @@ TEST_F(DicomDirectoryTest, DamagedDirectoriesGiveErrorsNeverLoops) {
     EXPECT_EQ(directory.Open(path_), c.result) << c.what;
     std::string all;
     for (const std::string& problem : directory.GetProblems()) all += problem + "\n";
-    if (c.problem) EXPECT_NE(all.find(c.problem), std::string::npos) << c.what << ": " << all;
+    if (c.problem) {
+      EXPECT_NE(all.find(c.problem), std::string::npos) << c.what << ": " << all;
+    }
     if (c.result == 0) {
       EXPECT_EQ(KESTREL::GetLastErrorText().rfind("KESTREL.dll : CDicomDirectory::Open() : ", 0),
                 0u)

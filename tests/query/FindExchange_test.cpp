@@ -182,8 +182,7 @@ TEST(CMitraReportQuery, AsksSeriesThenReportsAndMakesRows) {
   EXPECT_EQ(rows[1]->GetAt(CMitraReportQuery::kContentTime), nullptr) << "not in the answer";
 
   rows.DeleteAll();
-  ASSERT_EQ(query.Query("9.9", "127.0.0.1", listener.PortText(), "KESTREL", "ARCHIVE", &status),
-            1);
+  ASSERT_EQ(query.Query("9.9", "127.0.0.1", listener.PortText(), "KESTREL", "ARCHIVE", &status), 1);
   EXPECT_EQ(rows.GetSize(), 0) << "a study without reports gives no rows";
   EXPECT_EQ(query.Query("", "127.0.0.1", listener.PortText(), "KESTREL", "ARCHIVE", &status), 0);
   EXPECT_EQ(status, KESTREL::KESTREL_STATUS_WRITE_FAILED);

@@ -35,8 +35,8 @@ class Dcmqrscp {
     indexed_ = std::system(("dcmqridx '" + dir.File("db") + "'" + files).c_str()) == 0;
     pid_ = fork();
     if (pid_ == 0) {
-      execlp("dcmqrscp", "dcmqrscp", "-c", dir.File("qr.cfg").c_str(),
-             std::to_string(port).c_str(), static_cast<char*>(nullptr));
+      execlp("dcmqrscp", "dcmqrscp", "-c", dir.File("qr.cfg").c_str(), std::to_string(port).c_str(),
+             static_cast<char*>(nullptr));
       _exit(127);
     }
     for (int i = 0; i < 200; ++i) {  // up to 10 s for it to listen

@@ -56,15 +56,15 @@ class WorklistSearchTest : public store_test::DatabaseTest {
     DatabaseTest::SetUp();
     if (IsSkipped()) return;
     ASSERT_TRUE(KESTREL::CreateRISTables(database));
-    const char* patients[] = {
-        "('T1', 'PID001', 'John', 'Doe', '1970-05-04 00:00:00', 'M')",
-        "('T2', 'PID002', 'Jane', 'Smith', '1980-01-02 00:00:00', 'Female')",
-        "('T3', 'PID003', 'Anne', 'O''Brien', NULL, 'F')",
-        "('T4', 'PID004', 'J\xC3\xBCrgen', 'M\xC3\xBCller', NULL, 'M')"};
+    const char* patients[] = {"('T1', 'PID001', 'John', 'Doe', '1970-05-04 00:00:00', 'M')",
+                              "('T2', 'PID002', 'Jane', 'Smith', '1980-01-02 00:00:00', 'Female')",
+                              "('T3', 'PID003', 'Anne', 'O''Brien', NULL, 'F')",
+                              "('T4', 'PID004', 'J\xC3\xBCrgen', 'M\xC3\xBCller', NULL, 'M')"};
     for (const char* row : patients)
-      database.ExecuteSQL("INSERT INTO [dbo].[PatientTable] ([PatientTableID], [PatientID], "
-                          "[FirstName], [LastName], [DOB], [Sex]) VALUES " +
-                          std::string(row));
+      database.ExecuteSQL(
+          "INSERT INTO [dbo].[PatientTable] ([PatientTableID], [PatientID], "
+          "[FirstName], [LastName], [DOB], [Sex]) VALUES " +
+          std::string(row));
     const char* orders[] = {
         "('O1', 'PID001', 'ACC1', 'PL1', 'MRI', '2024-03-01 09:30:00', 'MR Brain', 'MR1AE')",
         "('O2', 'PID002', '', 'PL2', 'General Radiography', '2024-03-02 14:00:00', 'Chest', "
@@ -75,10 +75,11 @@ class WorklistSearchTest : public store_test::DatabaseTest {
         "('O5', 'PID004', 'ACC5', 'PL5', 'Breast Imaging', '2024-03-03 11:00:00', 'Screening', "
         "'MG1AE')"};
     for (const char* row : orders)
-      database.ExecuteSQL("INSERT INTO [dbo].[OrderTable] ([OrderTableID], [PatientID], "
-                          "[FillerOrderNumber], [PlacerOrderNumber], [Modality], "
-                          "[StartDateTime], [StudyDescription], [StudyLocation]) VALUES " +
-                          std::string(row));
+      database.ExecuteSQL(
+          "INSERT INTO [dbo].[OrderTable] ([OrderTableID], [PatientID], "
+          "[FillerOrderNumber], [PlacerOrderNumber], [Modality], "
+          "[StartDateTime], [StudyDescription], [StudyLocation]) VALUES " +
+          std::string(row));
   }
 
   std::vector<std::unique_ptr<DICOMDataObject>> Search(std::unique_ptr<DICOMDataObject> query) {
@@ -135,8 +136,12 @@ TEST_P(WorklistSearchTest, KeysSelectTheOrders) {
 
 TEST_P(WorklistSearchTest, AnswersHoldTheKeysAsked) {
   auto answers = Search(Identifier(
-      {{kName, "Smith*"}, {kAccession, ""}, {{0x0010, 0x0040}, ""}, {{0x0010, 0x0030}, ""},
-       {{0x0008, 0x0080}, ""}, {{0x0020, 0x000D}, ""}},
+      {{kName, "Smith*"},
+       {kAccession, ""},
+       {{0x0010, 0x0040}, ""},
+       {{0x0010, 0x0030}, ""},
+       {{0x0008, 0x0080}, ""},
+       {{0x0020, 0x000D}, ""}},
       {{kModality, ""}, {kDate, ""}, {kTime, ""}, {kStation, ""}, {{0x0040, 0x0010}, ""}}));
   ASSERT_EQ(answers.size(), 1u);
   DICOMDataObject* answer = answers[0].get();
@@ -192,9 +197,9 @@ TEST_P(WorklistSearchTest, DatabaseFailureIsReported) {
   auto query = Identifier({}, {});
   EXPECT_EQ(worklist.SearchOn(query.get(), &matches), 0);
   EXPECT_EQ(matches.GetSize(), 0u);
-  EXPECT_EQ(KESTREL::GetLastErrorText().rfind("KESTREL.dll : CModalityWorklistQuery::SearchOn() : ",
-                                              0),
-            0u)
+  EXPECT_EQ(
+      KESTREL::GetLastErrorText().rfind("KESTREL.dll : CModalityWorklistQuery::SearchOn() : ", 0),
+      0u)
       << KESTREL::GetLastErrorText();
 }
 
