@@ -123,7 +123,8 @@ bool ScanFile(const fs::path& path, ScannedFile& file, std::string& why) {
 
 bool IsDirectoryFile(const fs::path& relative) {
   std::string name = relative.generic_string();
-  std::transform(name.begin(), name.end(), name.begin(), ::toupper);
+  for (char& c : name)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
   return name == "DICOMDIR" || name.rfind("DICOMDIR.KESTREL-NEW", 0) == 0;
 }
 
