@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <system_error>
 
 #include "kestrel/DICOMCodec.h"
+#include "kestrel/UID.h"
 #include "media/DirectoryParser.h"
 
 namespace fs = std::filesystem;
@@ -157,7 +157,7 @@ std::string MetaGroup() {
   Bytes group;
   EncodeAll(group, {{Tag(0x0002, 0x0001), "OB", std::string("\0\1", 2), {}},
                     Text(Tag(0x0002, 0x0002), "UI", kMediaStorageDirectory),
-                    Text(Tag(0x0002, 0x0003), "UI", NewUID()),
+                    Text(Tag(0x0002, 0x0003), "UI", GenerateUID().ToString()),
                     Text(Tag(0x0002, 0x0010), "UI", kExplicitLittle),
                     Text(Tag(0x0002, 0x0012), "UI", implementation),
                     Text(Tag(0x0002, 0x0013), "SH", version)});
@@ -199,18 +199,6 @@ bool WriteFile(const std::string& path, const std::string& bytes, std::string& e
 }
 
 }  // namespace
-
-std::string NewUID() {
-  std::random_device device;
-  unsigned __int128 value = 0;
-  for (int i = 0; i < 4; ++i) value = value << 32 | device();
-  std::string digits;
-  do {
-    digits.insert(digits.begin(), static_cast<char>('0' + static_cast<int>(value % 10)));
-    value /= 10;
-  } while (value);
-  return "2.25." + digits;
-}
 
 bool WriteDirectory(const std::string& path, const std::string& fileSetID,
                     const std::vector<OutRecord>& roots, std::string& error) {

@@ -32,7 +32,4 @@ struct OutRecord {
 bool WriteDirectory(const std::string& path, const std::string& fileSetID,
                     const std::vector<OutRecord>& roots, std::string& error);
 
-// A new UID of the 2.25 form (PS3.5 B.2): the decimal value of 128 random bits.
-std::string NewUID();
-
 }  // namespace dicomdir
