@@ -259,6 +259,10 @@ MODULES = [
         SoftTissueThermalIndex SoftTissueFocusThermalIndex SoftTissueSurfaceThermalIndex
         DepthOfScanField ViewCodeSequence
     """),
+    ("PRINTER", "CO_PrinterModule", "Printer", "C.13.9", """
+        PrinterStatus PrinterStatusInfo PrinterName Manufacturer ManufacturerModelName
+        DeviceSerialNumber SoftwareVersions DateOfLastCalibration TimeOfLastCalibration
+    """),
 ]
 
 # Typed class for each VR. AE, DT, UC and UR have no class of their own: they are text with

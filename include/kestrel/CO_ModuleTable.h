@@ -661,4 +661,16 @@
   X(0x0018, 0x5050, IS, VR_IS, DepthOfScanField) \
   X(0x0054, 0x0220, SQ, VR_SQ, ViewCodeSequence)
 
+// CO_PrinterModule: Printer Module (PS3.3 C.13.9), 9 attributes.
+#define KESTREL_PRINTER_MODULE(X) \
+  X(0x2110, 0x0010, CS, VR_CS, PrinterStatus) \
+  X(0x2110, 0x0020, CS, VR_CS, PrinterStatusInfo) \
+  X(0x2110, 0x0030, LO, VR_LO, PrinterName) \
+  X(0x0008, 0x0070, LO, VR_LO, Manufacturer) \
+  X(0x0008, 0x1090, LO, VR_LO, ManufacturerModelName) \
+  X(0x0018, 0x1000, LO, VR_LO, DeviceSerialNumber) \
+  X(0x0018, 0x1020, LO, VR_LO, SoftwareVersions) \
+  X(0x0018, 0x1200, DA, VR_DA, DateOfLastCalibration) \
+  X(0x0018, 0x1201, TM, VR_TM, TimeOfLastCalibration)
+
 // clang-format on

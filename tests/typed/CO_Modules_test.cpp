@@ -56,6 +56,7 @@ const std::pair<const char*, MakeModule> kModules[] = {
     {"SCEquipment", M<CO_SCEquipmentModule>()},
     {"ModalityLUT", M<CO_ModalityLUTModule>()},
     {"USImage", M<CO_USImageModule>()},
+    {"Printer", M<CO_PrinterModule>()},
 };
 
 const std::pair<const char*, MakeModule> kIODs[] = {
