@@ -132,7 +132,12 @@ int NActionRSP::Read(DICOMCommandObject* command, PDU_Service* pdu, DICOMDataObj
 
 int NCreateRQ::Write(PDU_Service* pdu, const UID& abstractSyntax, const UID& sopClass,
                      const UID& sopInstance, DICOMDataObject* dataSet, uint16_t* messageID) {
-  CommandPtr command = NewInstanceRequest(kCommandField, true, sopClass, sopInstance, messageID);
+  // Without an instance the element is left out (PS3.7 10.3.5.1, user option): performers
+  // read an element that is there but empty as an empty instance UID and create that.
+  CommandPtr command =
+      sopInstance.IsEmpty()
+          ? CommandPtr(NewRequest(kCommandField, kAffectedSOPClassUID, sopClass, messageID))
+          : NewInstanceRequest(kCommandField, true, sopClass, sopInstance, messageID);
   if (!command) return 0;
   return SendRequest(pdu, abstractSyntax, command.release(), dataSet);
 }

@@ -100,8 +100,8 @@ class KESTREL_API NActionRSP {
 class KESTREL_API NCreateRQ {
  public:
   static constexpr uint16_t kCommandField = 0x0140;
-  // An empty `sopInstance` leaves the instance UID to the performer (the element goes out
-  // empty).
+  // An empty `sopInstance` leaves the instance UID to the performer (the element is left
+  // out).
   static int Write(PDU_Service* pdu, const UID& abstractSyntax, const UID& sopClass,
                    const UID& sopInstance, DICOMDataObject* dataSet, uint16_t* messageID = nullptr);
   static int Read(DICOMCommandObject* command, PDU_Service* pdu = nullptr,
