@@ -45,6 +45,9 @@
 #include "kestrel/Notifier.h"
 #include "kestrel/Status.h"
 
+// Print management.
+#include "kestrel/CDICOMPrintException.h"
+
 // Patient names.
 #include "kestrel/CPatientNameParser.h"
 
