@@ -30,6 +30,8 @@ int main(int argc, char** argv) {
   AddSendCommand(app, exitCode);
   AddWorklistCommand(app, exitCode);
   AddDicomdirCommand(app, exitCode);
+  AddPrinterCommand(app, exitCode);
+  AddPrintCommand(app, exitCode);
 
   try {
     app.parse(argc, argv);
