@@ -46,7 +46,13 @@
 #include "kestrel/Status.h"
 
 // Print management.
+#include "kestrel/CBasicFilmBox.h"
+#include "kestrel/CBasicFilmSession.h"
+#include "kestrel/CBasicGrayscaleImageBox.h"
 #include "kestrel/CDICOMPrintException.h"
+#include "kestrel/CPrintImage.h"
+#include "kestrel/CPrintJob.h"
+#include "kestrel/CPrinter.h"
 
 // Patient names.
 #include "kestrel/CPatientNameParser.h"
