@@ -58,6 +58,12 @@ std::string OneLine(const std::string& text) {
   return line;
 }
 
+// The library's last-error text as it set it, ended by a line end.
+void ShowLastError() {
+  const std::string text = KESTREL::GetLastErrorText();
+  std::cerr << text << (text.empty() || text.back() != '\n' ? "\n" : "");
+}
+
 // "C,W" with a width of at least 1.
 bool ParseWindow(const std::string& text, CPrintImage& image) {
   size_t comma = text.find(',');
@@ -120,7 +126,7 @@ class FilmPrinter {
 Outcome FilmPrinter::Request(const std::string& what, const std::function<int()>& request) {
   try {
     if (!request()) {
-      std::cerr << OneLine(KESTREL::GetLastErrorText()) << '\n';
+      ShowLastError();
       worst_ = WorstExit(worst_, kExitExchangeFailed);
       broken_ = !pdu_->IsAssociated();
       return broken_ ? Outcome::kBroken : Outcome::kRefused;
@@ -289,7 +295,7 @@ int RunPrint(const PrintOptions& options) {
   PDU_Service* pdu = CBasicFilmSession::CreateAssociation(
       options.host, options.port, options.net.callingAE, options.net.calledAE, &status);
   if (!pdu) {
-    std::cerr << OneLine(KESTREL::GetLastErrorText()) << '\n';
+    ShowLastError();
     return ExitCodeOf(status);
   }
   if (options.net.verbose)

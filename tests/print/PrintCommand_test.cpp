@@ -96,6 +96,19 @@ TEST_F(PrintCommand, StatusesAreExplainedAndSetTheExitCode) {
   }
 }
 
+TEST_F(PrintCommand, APrinterThatRejectsTheAssociation) {
+  ScriptedPrinter printer("R OTHER RemoteAE\n");
+  for (std::string args : {"printer", "print"}) {
+    args += " 127.0.0.1 " + printer.Port() + (args == "print" ? " " + kCT : "");
+    ToolRun run = Kestrel(args);
+    EXPECT_EQ(run.exitCode, 1) << args;
+    EXPECT_NE(run.out.find("ERROR: Unable to connect to 127.0.0.1\r\nPermanent Rejection from "
+                           "Service User because your Application Entity Title is not known"),
+              std::string::npos)
+        << run.out;
+  }
+}
+
 TEST_F(PrintCommand, UsageErrors) {
   for (const char* options : {"--format 'STANDARD\\2'", "--window 40", "--window 40,0", "--bits 16",
                               "--orientation SIDEWAYS", "--aet 12345678901234567"}) {
