@@ -97,17 +97,10 @@ class PrintSCP:
         self.process.wait(timeout=10)
 
     def stored(self, prefix, sop_class):
-        found = []
-        for path in glob.glob(os.path.join(self.root, "db", prefix + "_*.dcm")):
-            ds = pydicom.dcmread(path)
-            self.assert_class(ds, sop_class)
-            found.append(ds)
+        found = [pydicom.dcmread(path)
+                 for path in glob.glob(os.path.join(self.root, "db", prefix + "_*.dcm"))]
+        assert all(str(ds.SOPClassUID) == sop_class for ds in found), prefix
         return found
-
-    @staticmethod
-    def assert_class(ds, sop_class):
-        if str(ds.SOPClassUID) != sop_class:
-            raise AssertionError("%s stored as %s" % (sop_class, ds.SOPClassUID))
 
 
 def kestrel(*args):
