@@ -14,7 +14,3 @@ void AddDicomdirCommand(CLI::App& app, int& exitCode);
 void AddWorklistCommand(CLI::App& app, int& exitCode);
 void AddPrinterCommand(CLI::App& app, int& exitCode);
 void AddPrintCommand(CLI::App& app, int& exitCode);
-
-class CPrinter;
-// The nine "Name: value" lines of a printer's attributes, on standard output.
-void PrintPrinterAttributes(const CPrinter& printer);

@@ -19,6 +19,22 @@ struct PrinterOptions {
   std::string port;
 };
 
+// The nine "Name: value" lines, on standard output.
+void PrintPrinterAttributes(const CPrinter& printer) {
+  const std::pair<const char*, std::string> lines[] = {
+      {"Printer Status", printer.GetPrinterStatus()},
+      {"Printer Status Info", printer.GetPrinterStatusInfo()},
+      {"Printer Name", printer.GetPrinterName()},
+      {"Manufacturer", printer.GetManufacturer()},
+      {"Manufacturer's Model Name", printer.GetManufacturerModelName()},
+      {"Device Serial Number", printer.GetDeviceSerialNumber()},
+      {"Software Versions", printer.GetSoftwareVersions()},
+      {"Date of Last Calibration", printer.GetDateOfLastCalibration()},
+      {"Time of Last Calibration", printer.GetTimeOfLastCalibration()},
+  };
+  for (const auto& [name, value] : lines) std::printf("%s: %s\n", name, value.c_str());
+}
+
 int RunPrinter(const PrinterOptions& options) {
   ApplyTimeout(options.net);
   CPrinter printer;
@@ -40,21 +56,6 @@ int RunPrinter(const PrinterOptions& options) {
 }
 
 }  // namespace
-
-void PrintPrinterAttributes(const CPrinter& printer) {
-  const std::pair<const char*, std::string> lines[] = {
-      {"Printer Status", printer.GetPrinterStatus()},
-      {"Printer Status Info", printer.GetPrinterStatusInfo()},
-      {"Printer Name", printer.GetPrinterName()},
-      {"Manufacturer", printer.GetManufacturer()},
-      {"Manufacturer's Model Name", printer.GetManufacturerModelName()},
-      {"Device Serial Number", printer.GetDeviceSerialNumber()},
-      {"Software Versions", printer.GetSoftwareVersions()},
-      {"Date of Last Calibration", printer.GetDateOfLastCalibration()},
-      {"Time of Last Calibration", printer.GetTimeOfLastCalibration()},
-  };
-  for (const auto& [name, value] : lines) std::printf("%s: %s\n", name, value.c_str());
-}
 
 void AddPrinterCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<PrinterOptions>();

@@ -69,7 +69,7 @@ std::unique_ptr<DICOMDataObject> MakeImage(const ImageSpec& spec) {
   const uint32_t width = spec.bitsAllocated / 8;
   auto* pixels = new VR(0x7FE0, 0x0010, static_cast<uint32_t>(spec.values.size() * width), true);
   for (size_t i = 0; i < spec.values.size(); ++i) {
-    uint16_t value = static_cast<uint16_t>(spec.values[i]);
+    uint32_t value = static_cast<uint32_t>(spec.values[i]);
     std::memcpy(static_cast<char*>(pixels->Data) + i * width, &value, width);
   }
   image->Push(pixels);
