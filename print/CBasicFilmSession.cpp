@@ -4,6 +4,7 @@
 
 #include "common/vxCommon.h"
 #include "kestrel/CDICOMPrintException.h"
+#include "kestrel/ConnectFailure.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
 #include "print/PrintExchange.h"
@@ -54,10 +55,8 @@ PDU_Service* CBasicFilmSession::CreateAssociation(const std::string& host, const
   association->SetLocalAddress(callingAE);
   association->SetRemoteAddress(calledAE);
   if (!association->Connect(host.c_str(), port.c_str(), nullptr)) {
-    return ConnectFailed(
-        status, connectError + KESTREL::BuildRejectionText(association->GetRejectResult(),
-                                                           association->GetRejectSource(),
-                                                           association->GetRejectReason()));
+    return ConnectFailed(status,
+                         connectError + KESTREL::BuildConnectFailureText(*association, host, port));
   }
   if (status) *status = KESTREL::KESTREL_STATUS_OK;
   return association.release();

@@ -5,6 +5,7 @@
 #include "common/vxCommon.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/CO_Modules.h"
+#include "kestrel/ConnectFailure.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/PrintServiceClasses.h"
@@ -89,9 +90,7 @@ int CPrinter::Client(const std::string& localAE, const std::string& remoteAE,
   association.SetRemoteAddress(remoteAE);
   if (!association.Connect(host.c_str(), port.c_str(), nullptr)) {
     return Fail(status, KESTREL::KESTREL_STATUS_CONNECT_FAILED,
-                connectError + KESTREL::BuildRejectionText(association.GetRejectResult(),
-                                                           association.GetRejectSource(),
-                                                           association.GetRejectReason()));
+                connectError + KESTREL::BuildConnectFailureText(association, host, port));
   }
   if (!Get(&association)) {
     association.Close();

@@ -189,8 +189,8 @@ class PrintToDcmprscp(unittest.TestCase):
         for command in ("printer", "print"):
             result = kestrel(command, "127.0.0.1", port, *([CT] if command == "print" else []))
             self.assertEqual(result.returncode, 1, command)
-            self.assertIn("ERROR: Unable to connect to 127.0.0.1\nUnknown Rejection from ",
-                          result.stderr)
+            self.assertIn("ERROR: Unable to connect to 127.0.0.1\nThe connection to 127.0.0.1 "
+                          "port %d was refused: nothing listens there\n" % port, result.stderr)
 
 
 if __name__ == "__main__":

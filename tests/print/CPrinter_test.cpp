@@ -102,7 +102,8 @@ TEST(CPrinterClient, FailuresGiveTheirStatusAndText) {
   };
   const Case cases[] = {
       {std::to_string(closedPort), "KESTREL", KESTREL::KESTREL_STATUS_CONNECT_FAILED,
-       connect + KESTREL::BuildRejectionText(0, 0, 0)},
+       connect + "The connection to 127.0.0.1 port " + std::to_string(closedPort) +
+           " was refused: nothing listens there\r\n"},
       {rejecting.Port(), "KESTREL", KESTREL::KESTREL_STATUS_CONNECT_FAILED,
        connect + KESTREL::BuildRejectionText(1, 1, 3)},
       {verificationOnly.Port(), "KESTREL", KESTREL::KESTREL_STATUS_CONNECT_FAILED,
