@@ -1,7 +1,7 @@
 #pragma once
 
 // A Basic Film Session SOP instance (PS3.4 H.4.1) on a printer: the root of one print job's
-// films. A film session lives no longer than the association it was created on (PS3.4 H.2), so
+// films. A film session lives no longer than the association it was created on (PS3.4 Annex H), so
 // this class also makes and ends the print association.
 //
 // The operations run on an association the caller gives. Each returns 1 when the printer

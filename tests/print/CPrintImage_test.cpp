@@ -30,7 +30,7 @@ std::vector<int> Output(const CPrintImage& image) {
 
 struct Conversion {
   const char* label;
-  ImageSpec spec;
+  StoredImage stored;
   int bits;
   uint32_t frame;
   double center, width;  // the caller's window when width > 0
@@ -38,14 +38,14 @@ struct Conversion {
 };
 
 TEST(CPrintImage, GrayscalePipeline) {
-  ImageSpec ramp;  // 12 of 16 bits, unsigned
+  StoredImage ramp;  // 12 of 16 bits, unsigned
   ramp.rows = 1;
   ramp.columns = 3;
   ramp.values = {0, 2048, 4095};
-  ImageSpec windowed = ramp;
+  StoredImage windowed = ramp;
   windowed.center = "2048";
   windowed.width = "4096";
-  ImageSpec ct;  // signed, rescaled to Hounsfield units -1024, 0, 40, 1024
+  StoredImage ct;  // signed, rescaled to Hounsfield units -1024, 0, 40, 1024
   ct.rows = 2;
   ct.columns = 2;
   ct.bitsStored = 16;
@@ -55,18 +55,18 @@ TEST(CPrintImage, GrayscalePipeline) {
   ct.center = "40\\400";
   ct.width = "400\\2000";
   ct.values = {0, 1024, 1064, 2048};
-  ImageSpec signed12 = ramp;  // -1, -2048 and 2047 in 12 bits
+  StoredImage signed12 = ramp;  // -1, -2048 and 2047 in 12 bits
   signed12.pixelRepresentation = 1;
   signed12.values = {0x0FFF, 0x0800, 0x07FF};
-  ImageSpec mono1;
+  StoredImage mono1;
   mono1.rows = 1;
   mono1.bitsAllocated = mono1.bitsStored = 8;
   mono1.photometric = "MONOCHROME1";
   mono1.values = {0, 255};
-  ImageSpec frames;
+  StoredImage frames;
   frames.frames = "2";
   frames.values = {0, 0, 0, 0, 10, 20, 30, 40};
-  ImageSpec narrowFile = windowed;
+  StoredImage narrowFile = windowed;
   narrowFile.center = "100";
   narrowFile.width = "10";
   const Conversion cases[] = {
@@ -87,9 +87,9 @@ TEST(CPrintImage, GrayscalePipeline) {
     image.UseWindow = c.width > 0;
     image.WindowCenter = c.center;
     image.WindowWidth = c.width;
-    ASSERT_TRUE(image.Convert(MakeImage(c.spec).get())) << c.label << KESTREL::GetLastErrorText();
+    ASSERT_TRUE(image.Convert(MakeImage(c.stored).get())) << c.label << KESTREL::GetLastErrorText();
     EXPECT_EQ(Output(image), c.expected) << c.label;
-    EXPECT_EQ(image.GetRows(), c.spec.rows) << c.label;
+    EXPECT_EQ(image.GetRows(), c.stored.rows) << c.label;
     EXPECT_EQ(image.GetBitsStored(), c.bits) << c.label;
   }
 }
@@ -97,35 +97,35 @@ TEST(CPrintImage, GrayscalePipeline) {
 TEST(CPrintImage, RefusesWhatItCannotPrint) {
   struct Refusal {
     const char* label;
-    std::function<void(ImageSpec&, CPrintImage&)> change;
+    std::function<void(StoredImage&, CPrintImage&)> change;
     const char* reason;
   };
   const Refusal cases[] = {
-      {"compressed", [](ImageSpec& s, CPrintImage&) { s.syntax = "1.2.840.10008.1.2.4.50"; },
+      {"compressed", [](StoredImage& s, CPrintImage&) { s.syntax = "1.2.840.10008.1.2.4.50"; },
        "compressed pixel data (transfer syntax 1.2.840.10008.1.2.4.50) cannot be printed; "
        "decompress the image first"},
-      {"colour", [](ImageSpec& s, CPrintImage&) { s.samples = 3, s.photometric = "RGB"; },
+      {"colour", [](StoredImage& s, CPrintImage&) { s.samples = 3, s.photometric = "RGB"; },
        "only grayscale images (one sample per pixel) can be printed; this one has 3"},
-      {"palette", [](ImageSpec& s, CPrintImage&) { s.photometric = "PALETTE COLOR"; },
+      {"palette", [](StoredImage& s, CPrintImage&) { s.photometric = "PALETTE COLOR"; },
        "a PALETTE COLOR image cannot be printed in grayscale"},
-      {"32 bits", [](ImageSpec& s, CPrintImage&) { s.bitsAllocated = 32; },
+      {"32 bits", [](StoredImage& s, CPrintImage&) { s.bitsAllocated = 32; },
        "32 bits allocated per pixel cannot be printed (only 8 or 16)"},
-      {"high bit", [](ImageSpec& s, CPrintImage&) { s.bitsAllocated = 8; },
+      {"high bit", [](StoredImage& s, CPrintImage&) { s.bitsAllocated = 8; },
        "bits stored and high bit do not fit the bits allocated"},
-      {"no such frame", [](ImageSpec& s, CPrintImage& i) { s.frames = "2", i.Frame = 2; },
+      {"no such frame", [](StoredImage& s, CPrintImage& i) { s.frames = "2", i.Frame = 2; },
        "frame 3 asked for, but the image has 2"},
-      {"short", [](ImageSpec& s, CPrintImage&) { s.values.resize(3); },
+      {"short", [](StoredImage& s, CPrintImage&) { s.values.resize(3); },
        "the pixel data is shorter than its rows, columns and frames say"},
-      {"no width", [](ImageSpec&, CPrintImage& i) { i.UseWindow = true; },
+      {"no width", [](StoredImage&, CPrintImage& i) { i.UseWindow = true; },
        "the window width must be at least 1"},
   };
   for (const Refusal& c : cases) {
-    ImageSpec spec;
-    spec.values = {0, 1, 2, 3, 4, 5, 6, 7};
-    spec.frames = "1";
+    StoredImage stored;
+    stored.values = {0, 1, 2, 3, 4, 5, 6, 7};
+    stored.frames = "1";
     CPrintImage image;
-    c.change(spec, image);
-    EXPECT_FALSE(image.Convert(MakeImage(spec).get())) << c.label;
+    c.change(stored, image);
+    EXPECT_FALSE(image.Convert(MakeImage(stored).get())) << c.label;
     EXPECT_EQ(KESTREL::GetLastErrorText(),
               std::string("KESTREL.dll : CPrintImage::Convert : ") + c.reason)
         << c.label;

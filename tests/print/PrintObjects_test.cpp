@@ -29,11 +29,11 @@ constexpr uint16_t kNSet = 0x0120, kNAction = 0x0130, kNCreate = 0x0140, kNDelet
 
 CPrintImage SmallImage() {
   CPrintImage image;
-  ImageSpec spec;
-  spec.rows = 2;
-  spec.columns = 3;
-  spec.values = {0, 1000, 2000, 3000, 4000, 4095};
-  EXPECT_TRUE(image.Convert(MakeImage(spec).get()));
+  StoredImage stored;
+  stored.rows = 2;
+  stored.columns = 3;
+  stored.values = {0, 1000, 2000, 3000, 4000, 4095};
+  EXPECT_TRUE(image.Convert(MakeImage(stored).get()));
   return image;
 }
 

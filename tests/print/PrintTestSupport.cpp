@@ -44,32 +44,32 @@ void PushText(DICOMObject* object, uint16_t group, uint16_t element, std::string
   object->Push(vr);
 }
 
-std::unique_ptr<DICOMDataObject> MakeImage(const ImageSpec& spec) {
+std::unique_ptr<DICOMDataObject> MakeImage(const StoredImage& stored) {
   auto image = std::make_unique<DICOMDataObject>();
   auto pushUS = [&](uint16_t element, uint16_t value) {
     auto* vr = new VR(0x0028, element, 2, true);
     std::memcpy(vr->Data, &value, 2);
     image->Push(vr);
   };
-  pushUS(0x0002, spec.samples);
-  pushUS(0x0010, spec.rows);
-  pushUS(0x0011, spec.columns);
-  pushUS(0x0100, spec.bitsAllocated);
-  pushUS(0x0101, spec.bitsStored);
-  pushUS(0x0102, spec.bitsStored - 1);
-  pushUS(0x0103, spec.pixelRepresentation);
+  pushUS(0x0002, stored.samples);
+  pushUS(0x0010, stored.rows);
+  pushUS(0x0011, stored.columns);
+  pushUS(0x0100, stored.bitsAllocated);
+  pushUS(0x0101, stored.bitsStored);
+  pushUS(0x0102, stored.bitsStored - 1);
+  pushUS(0x0103, stored.pixelRepresentation);
   const std::pair<uint32_t, std::string> texts[] = {
-      {0x00280004, spec.photometric}, {0x00280008, spec.frames},    {0x00281050, spec.center},
-      {0x00281051, spec.width},       {0x00281052, spec.intercept}, {0x00281053, spec.slope},
-      {0x00020010, spec.syntax},
+      {0x00280004, stored.photometric}, {0x00280008, stored.frames},    {0x00281050, stored.center},
+      {0x00281051, stored.width},       {0x00281052, stored.intercept}, {0x00281053, stored.slope},
+      {0x00020010, stored.syntax},
   };
   for (const auto& [tag, text] : texts) {
     if (!text.empty()) PushText(image.get(), tag >> 16, tag & 0xFFFF, text);
   }
-  const uint32_t width = spec.bitsAllocated / 8;
-  auto* pixels = new VR(0x7FE0, 0x0010, static_cast<uint32_t>(spec.values.size() * width), true);
-  for (size_t i = 0; i < spec.values.size(); ++i) {
-    uint32_t value = static_cast<uint32_t>(spec.values[i]);
+  const uint32_t width = stored.bitsAllocated / 8;
+  auto* pixels = new VR(0x7FE0, 0x0010, static_cast<uint32_t>(stored.values.size() * width), true);
+  for (size_t i = 0; i < stored.values.size(); ++i) {
+    uint32_t value = static_cast<uint32_t>(stored.values[i]);
     std::memcpy(static_cast<char*>(pixels->Data) + i * width, &value, width);
   }
   image->Push(pixels);

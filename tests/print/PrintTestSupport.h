@@ -67,7 +67,7 @@ class ScriptedPrinter {
 
 // A single-frame-or-more grayscale image data set with the values given, pixel by pixel and
 // frame after frame, in the layout the fields say. Empty texts are left out.
-struct ImageSpec {
+struct StoredImage {
   uint16_t rows = 2;
   uint16_t columns = 2;
   uint16_t bitsAllocated = 16;
@@ -83,7 +83,7 @@ struct ImageSpec {
   std::string syntax;     // (0002,0010)
   std::vector<int> values;
 };
-std::unique_ptr<DICOMDataObject> MakeImage(const ImageSpec& spec);
+std::unique_ptr<DICOMDataObject> MakeImage(const StoredImage& stored);
 
 // Pushes a text element, padded to even length (UIs with a zero byte).
 void PushText(DICOMObject* object, uint16_t group, uint16_t element, std::string text);
