@@ -84,128 +84,167 @@ bool DICOMCodec::DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, u
   return true;
 }
 
-bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top) {
-  ContextLevel level(*context_);
+// Where the element loop of one level stands: its mode, and for the top level of a stream
+// the transfer syntax met in the meta group, which takes over once the meta group ends.
+struct DICOMCodec::DecodeLevel {
+  int mode;
+  bool top;
   bool syntaxPending = false;
   bool metaSeen = false;  // group 0002 read, and no transfer syntax in it so far
   std::string syntax;
+};
+
+bool DICOMCodec::DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top) {
+  ContextLevel context(*context_);
+  DecodeLevel level{mode, top, false, false, std::string()};
   while (buffer.HasBytes()) {
     uint16_t group, number;
     if (!buffer.Read16(group)) return false;
     // The meta group ends at the first group other than 0002 (group 0001, though not allowed
     // in a data set, does occur in real files and must already be read in the new syntax).
-    bool metaEnds = top && group != 2;
-    if (metaEnds && syntaxPending) {
-      syntaxPending = false;
-      int newMode = ModeOfTransferSyntax(syntax.c_str());
-      if (!newMode) return false;
-      if (IsBigEndianMode(newMode) != IsBigEndianMode(mode)) {
-        // The group number was read in the old byte order.
-        group = Swap16(group);
-        buffer.SetBigEndian(IsBigEndianMode(newMode));
-      }
-      mode = newMode;
-    }
+    const bool metaEnds = top && group != 2;
+    if (metaEnds && level.syntaxPending && !SwitchSyntax(buffer, level, group)) return false;
     if (!buffer.Read16(number)) return false;
-
-    uint32_t length;
     if (IsItemGroup(group)) {
-      if (!buffer.Read32(length)) return false;
-      if (number == 0xE0DD || number == 0xE00D) return true;
-      if (length != kUndefinedLength && number != 0xE000) return false;
-      if (length != kUndefinedLength && length > buffer.Remaining()) return false;
-      if (!DecodeItem(buffer, object, mode, length)) return false;
+      bool end = false;
+      if (!DecodeItemTag(buffer, object, level.mode, number, end)) return false;
+      if (end) return true;
       continue;
     }
-
     auto element = std::unique_ptr<VR>(new (std::nothrow) VR);
     if (!element) return false;
     element->Group = group;
     element->Element = number;
-    // Item content in an explicit stream carries command elements without a VR.
-    bool explicitVR = mode != kModeImplicitLittle && (top || group != 0);
-    if (top && group == 2) metaSeen = !syntaxPending;
-    if (explicitVR) {
-      uint8_t letters[2];
-      if (!buffer.ReadBytes(letters, 2)) return false;
-      element->TypeCode =
-          MakeTypeCode(static_cast<char>(letters[0]), static_cast<char>(letters[1]));
-      if (metaEnds && metaSeen && !IsVRLetters(letters) && !buffer.IsBigEndian()) {
-        // A meta group without a transfer syntax, followed by an implicit data set: the two
-        // bytes are the low half of a 32-bit length, and the rest is implicit VR.
-        uint16_t high;
-        if (!buffer.Read16(high)) return false;
-        length = letters[0] | (letters[1] << 8) | (static_cast<uint32_t>(high) << 16);
-        mode = kModeImplicitLittle;
-        explicitVR = false;
-        element->TypeCode =
-            dictionary_ ? ResolveTypeCode(dictionary_, group, number, *context_) : 0;
-      } else if (HasLongHeader(element->TypeCode)) {
-        uint16_t reserved;
-        if (!buffer.Read16(reserved) || !buffer.Read32(length)) return false;
-      } else {
-        uint16_t shortLength;
-        if (!buffer.Read16(shortLength)) return false;
-        length = shortLength;
-      }
-    } else {
-      if (!buffer.Read32(length)) return false;
-      if (dictionary_) element->TypeCode = ResolveTypeCode(dictionary_, group, number, *context_);
-    }
-    if (metaEnds) metaSeen = false;
-
-    if (length == kUndefinedLength) {
-      element->Length = 0;
-      bool pixelData = group == 0x7FE0 && number == 0x0010;
-      // A sequence of undefined length whose VR is unknown to the sender holds implicit VR
-      // little endian items (PS3.5 6.2.2); it is a sequence from here on.
-      bool unknownSequence = !pixelData && explicitVR && element->TypeCode == kTypeUN;
-      if (unknownSequence) element->TypeCode = kTypeSQ;
-      if (!PushElement(object, element)) return false;
-      if (pixelData) {
-        if (!ReadEncapsulated(buffer, object)) return false;
-      } else if (unknownSequence) {
-        bool bigEndian = buffer.IsBigEndian();
-        buffer.SetBigEndian(false);
-        bool ok = DecodeSequenceItems(buffer, object, kModeImplicitLittle);
-        buffer.SetBigEndian(bigEndian);
-        if (!ok) return false;
-      } else if (!DecodeSequenceItems(buffer, object, mode)) {
-        return false;
-      }
-      continue;
-    }
-
-    if (length > buffer.Remaining()) return false;
-    // (0054,0220) is read as a sequence whatever its VR, so that it survives implicit streams
-    // read without a dictionary.
-    if (element->TypeCode == kTypeSQ || (group == 0x0054 && number == 0x0220)) {
-      element->Length = 0;
-      if (!PushElement(object, element)) return false;
-      ByteBuffer content(buffer, length);
-      bool ok = DecodeSequenceItems(content, object, mode);
-      content.SkipRest();
-      if (!ok) return false;
-      continue;
-    }
-
-    if (length) {
-      char* data = new (std::nothrow) char[length];
-      if (!data) return false;
-      element->Data = data;
-      element->Length = length;
-      if (!buffer.ReadBytes(data, length)) return false;
-      unsigned width = SwapWidth(element->TypeCode);
-      if (buffer.IsBigEndian() && width > 1)
-        SwapValues(reinterpret_cast<uint8_t*>(data), length, width);
-    }
-    if (top && group == 2 && number == 0x0010) {
-      syntax = TransferSyntaxText(element.get());
-      syntaxPending = true;
-    }
-    context_->Note(element.get());
-    if (!PushElement(object, element)) return false;
+    uint32_t length;
+    bool explicitVR;
+    if (!ReadElementHeader(buffer, level, metaEnds, *element, length, explicitVR)) return false;
+    if (!DecodeValue(buffer, object, level, element, length, explicitVR)) return false;
   }
+  return true;
+}
+
+// The mode of the transfer syntax the meta group named; `group`, read in the old byte order,
+// is turned round when the byte order changes.
+bool DICOMCodec::SwitchSyntax(ByteBuffer& buffer, DecodeLevel& level, uint16_t& group) {
+  level.syntaxPending = false;
+  const int newMode = ModeOfTransferSyntax(level.syntax.c_str());
+  if (!newMode) return false;
+  if (IsBigEndianMode(newMode) != IsBigEndianMode(level.mode)) {
+    group = Swap16(group);
+    buffer.SetBigEndian(IsBigEndianMode(newMode));
+  }
+  level.mode = newMode;
+  return true;
+}
+
+// An item or a delimiter: `end` is set at the delimiter of this level.
+bool DICOMCodec::DecodeItemTag(ByteBuffer& buffer, DICOMObject* object, int mode, uint16_t number,
+                               bool& end) {
+  uint32_t length;
+  if (!buffer.Read32(length)) return false;
+  if (number == 0xE0DD || number == 0xE00D) {
+    end = true;
+    return true;
+  }
+  if (length != kUndefinedLength && (number != 0xE000 || length > buffer.Remaining())) return false;
+  return DecodeItem(buffer, object, mode, length);
+}
+
+// The VR (explicit streams; the dictionary's in implicit ones) and the length of an element.
+bool DICOMCodec::ReadElementHeader(ByteBuffer& buffer, DecodeLevel& level, bool metaEnds,
+                                   VR& element, uint32_t& length, bool& explicitVR) {
+  // Item content in an explicit stream carries command elements without a VR.
+  explicitVR = level.mode != kModeImplicitLittle && (level.top || element.Group != 0);
+  if (level.top && element.Group == 2) level.metaSeen = !level.syntaxPending;
+  const bool metaSeen = level.metaSeen;
+  if (metaEnds) level.metaSeen = false;
+  if (!explicitVR) {
+    if (!buffer.Read32(length)) return false;
+    if (dictionary_) element.TypeCode = LookUpTypeCode(element);
+    return true;
+  }
+  uint8_t letters[2];
+  if (!buffer.ReadBytes(letters, 2)) return false;
+  element.TypeCode = MakeTypeCode(static_cast<char>(letters[0]), static_cast<char>(letters[1]));
+  if (metaEnds && metaSeen && !IsVRLetters(letters) && !buffer.IsBigEndian()) {
+    // A meta group without a transfer syntax, followed by an implicit data set: the two bytes
+    // are the low half of a 32-bit length, and the rest is implicit VR.
+    uint16_t high;
+    if (!buffer.Read16(high)) return false;
+    length = letters[0] | (letters[1] << 8) | (static_cast<uint32_t>(high) << 16);
+    level.mode = kModeImplicitLittle;
+    explicitVR = false;
+    element.TypeCode = dictionary_ ? LookUpTypeCode(element) : 0;
+    return true;
+  }
+  if (HasLongHeader(element.TypeCode)) {
+    uint16_t reserved;
+    return buffer.Read16(reserved) && buffer.Read32(length);
+  }
+  uint16_t shortLength;
+  if (!buffer.Read16(shortLength)) return false;
+  length = shortLength;
+  return true;
+}
+
+uint16_t DICOMCodec::LookUpTypeCode(const VR& element) const {
+  return ResolveTypeCode(dictionary_, element.Group, element.Element, *context_);
+}
+
+// The value after the header: a sequence's items, encapsulated fragments or the bytes.
+bool DICOMCodec::DecodeValue(ByteBuffer& buffer, DICOMObject* object, DecodeLevel& level,
+                             std::unique_ptr<VR>& element, uint32_t length, bool explicitVR) {
+  if (length == kUndefinedLength)
+    return DecodeUndefinedLength(buffer, object, level.mode, element, explicitVR);
+  if (length > buffer.Remaining()) return false;
+  const uint16_t group = element->Group, number = element->Element;
+  // (0054,0220) is read as a sequence whatever its VR, so that it survives implicit streams
+  // read without a dictionary.
+  if (element->TypeCode == kTypeSQ || (group == 0x0054 && number == 0x0220)) {
+    element->Length = 0;
+    if (!PushElement(object, element)) return false;
+    ByteBuffer content(buffer, length);
+    bool ok = DecodeSequenceItems(content, object, level.mode);
+    content.SkipRest();
+    return ok;
+  }
+  if (length && !ReadValueBytes(buffer, *element, length)) return false;
+  if (level.top && group == 2 && number == 0x0010) {
+    level.syntax = TransferSyntaxText(element.get());
+    level.syntaxPending = true;
+  }
+  context_->Note(element.get());
+  return PushElement(object, element);
+}
+
+bool DICOMCodec::DecodeUndefinedLength(ByteBuffer& buffer, DICOMObject* object, int mode,
+                                       std::unique_ptr<VR>& element, bool explicitVR) {
+  element->Length = 0;
+  const bool pixelData = element->Group == 0x7FE0 && element->Element == 0x0010;
+  // A sequence of undefined length whose VR is unknown to the sender holds implicit VR little
+  // endian items (PS3.5 6.2.2); it is a sequence from here on.
+  const bool unknownSequence = !pixelData && explicitVR && element->TypeCode == kTypeUN;
+  if (unknownSequence) element->TypeCode = kTypeSQ;
+  if (!PushElement(object, element)) return false;
+  if (pixelData) return ReadEncapsulated(buffer, object);
+  if (!unknownSequence) return DecodeSequenceItems(buffer, object, mode);
+  const bool bigEndian = buffer.IsBigEndian();
+  buffer.SetBigEndian(false);
+  const bool ok = DecodeSequenceItems(buffer, object, kModeImplicitLittle);
+  buffer.SetBigEndian(bigEndian);
+  return ok;
+}
+
+// `length` bytes (checked against what remains by the caller) in host byte order.
+bool DICOMCodec::ReadValueBytes(ByteBuffer& buffer, VR& element, uint32_t length) {
+  char* data = new (std::nothrow) char[length];
+  if (!data) return false;
+  element.Data = data;
+  element.Length = length;
+  if (!buffer.ReadBytes(data, length)) return false;
+  const unsigned width = SwapWidth(element.TypeCode);
+  if (buffer.IsBigEndian() && width > 1)
+    SwapValues(reinterpret_cast<uint8_t*>(data), length, width);
   return true;
 }
 

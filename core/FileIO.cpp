@@ -1,11 +1,13 @@
 // DICOM files: reading with or without preamble, writing with a file meta group of our own.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string>
 
+#include "core/File.h"
 #include "core/TransferSyntax.h"
 #include "kestrel/DICOMCodec.h"
 
@@ -28,11 +30,6 @@ constexpr const char* kKeptSyntaxes[] = {
     "1.2.840.10008.1.2.5",    "1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.91",
     "1.2.840.10008.1.2.2",
 };
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Reads a file from a given offset on demand.
 class FileSource : public ByteBuffer::Source {
@@ -61,13 +58,11 @@ class FileSource : public ByteBuffer::Source {
 
 class FileSink : public ByteBuffer::Sink {
  public:
-  explicit FileSink(std::FILE* file) : file_(file) {}
-  bool Write(const void* data, size_t length) override {
-    return std::fwrite(data, 1, length, file_) == length;
-  }
+  explicit FileSink(KESTREL::File& file) : file_(file) {}
+  bool Write(const void* data, size_t length) override { return file_.Write(data, length); }
 
  private:
-  std::FILE* file_;
+  KESTREL::File& file_;
 };
 
 // A new element holding a copy of `length` bytes, rounded up to even with a zero byte.
@@ -135,44 +130,66 @@ bool DICOMCodec::EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int me
 
 namespace {
 thread_local bool lastLoadOnThreadComplete = false;
+
+// The mode of a file's data set, from the bytes after its preamble: the sixth byte is the
+// second VR letter of an explicit stream, or the second byte of the 32-bit length of an
+// implicit one. Without a meta group a big endian stream shows its group number high byte
+// first: (0008,xxxx) reads as group 0x0800 in little endian.
+int ModeOfHead(const uint8_t head[6], bool hasPreamble) {
+  if (head[5] < 11) return kModeImplicitLittle;
+  if (!hasPreamble && head[0] == 0 && head[1] != 0 && head[4] >= 'A' && head[4] <= 'Z')
+    return kModeExplicitBig;
+  return kModeExplicitLittle;
+}
+
+// Why a decode that stopped early stopped: a transfer syntax the codec cannot read, or damage.
+FileReadResult WhyIncomplete(DICOMDataObject* object) {
+  VR* syntax = object->Find(0x0002, 0x0010);
+  if (syntax && !ModeOfTransferSyntax(TransferSyntaxText(syntax).c_str()))
+    return FileReadResult::kUnknownSyntax;
+  return object->Groups.GetSize() == 0 ? FileReadResult::kNotDICOM : FileReadResult::kDamaged;
+}
+
 }  // namespace
 
 bool DICOMCodec::WasLastLoadOnThreadComplete() { return lastLoadOnThreadComplete; }
 
-DICOMDataObject* DICOMCodec::LoadFile(const char* path) { return ReadFile(path, UINT64_MAX); }
+DICOMDataObject* DICOMCodec::LoadFile(const char* path) { return LoadFile(path, nullptr); }
 
-DICOMDataObject* DICOMCodec::LoadFileHead(const char* path, uint32_t bytes) {
-  return ReadFile(path, bytes);
+DICOMDataObject* DICOMCodec::LoadFile(const char* path, FileReadResult* result, int* error) {
+  return ReadFile(path, UINT64_MAX, result, error);
 }
 
-DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit) {
+DICOMDataObject* DICOMCodec::LoadFileHead(const char* path, uint32_t bytes) {
+  return ReadFile(path, bytes, nullptr, nullptr);
+}
+
+DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit, FileReadResult* result,
+                                      int* error) {
   lastLoadComplete_ = false;
   lastLoadOnThreadComplete = false;
-  if (!path) return nullptr;
-  FilePtr file(std::fopen(path, "rb"));
-  if (!file) return nullptr;
+  FileReadResult ignored;
+  if (!result) result = &ignored;
+  *result = FileReadResult::kCannotOpen;
+  if (error) *error = 0;
+  KESTREL::File file(path ? path : "", "rb");
+  long size = -1;
+  if (file && std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
+  if (size < 0) {
+    if (error) *error = errno;
+    return nullptr;
+  }
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  if (std::fseek(file.get(), 0, SEEK_END) != 0) return nullptr;
-  long size = std::ftell(file.get());
-  if (size < 0) return nullptr;
-
   uint64_t start = 0;
   char magic[4];
   if (std::fseek(file.get(), kPreambleLength, SEEK_SET) == 0 &&
       std::fread(magic, 1, 4, file.get()) == 4 && std::memcmp(magic, "DICM", 4) == 0)
     start = kPreambleLength + 4;
-  // The sixth byte is the second VR letter of an explicit stream, or the second byte of the
-  // 32-bit length of an implicit one.
   uint8_t head[6] = {};
   int mode = kModeImplicitLittle;
   if (std::fseek(file.get(), static_cast<long>(start), SEEK_SET) == 0 &&
-      std::fread(head, 1, 6, file.get()) == 6 && head[5] >= 11) {
-    mode = kModeExplicitLittle;
-    // Without a meta group a big endian stream shows its group number high byte first:
-    // (0008,xxxx) reads as group 0x0800 in little endian.
-    if (start == 0 && head[0] == 0 && head[1] != 0 && head[4] >= 'A' && head[4] <= 'Z')
-      mode = kModeExplicitBig;
-  }
+      std::fread(head, 1, 6, file.get()) == 6)
+    mode = ModeOfHead(head, start != 0);
   if (std::fseek(file.get(), static_cast<long>(start), SEEK_SET) != 0) return nullptr;
 
   auto* object = new (std::nothrow) DICOMDataObject;
@@ -186,6 +203,7 @@ DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit) {
   bool decoded = Decode(buffer, object, mode);
   lastLoadComplete_ = decoded && !buffer.HasBytes() && end == static_cast<uint64_t>(size);
   lastLoadOnThreadComplete = lastLoadComplete_;
+  *result = lastLoadComplete_ ? FileReadResult::kComplete : WhyIncomplete(object);
   return object;
 }
 
@@ -226,8 +244,8 @@ bool DICOMCodec::AddFileMeta(DICOMObject* object, const char* transferSyntaxUID)
   if (VR* sopInstance = object->Find(8, 0x0018))
     ok &= PushOrDrop(object, TextElement(0x0003, sopInstance->Data, sopInstance->Length, kTypeUI));
   ok &= PushOrDrop(object, TextElement(0x0010, syntax, std::strlen(syntax), kTypeUI));
-  ok &= PushOrDrop(object, TextElement(0x0012, implementationClass.data(),
-                                       implementationClass.size(), kTypeUI));
+  ok &= PushOrDrop(
+      object, TextElement(0x0012, implementationClass.data(), implementationClass.size(), kTypeUI));
   ok &= PushOrDrop(object, TextElement(0x0013, implementationVersion.data(),
                                        implementationVersion.size(), kTypeSH));
   ok &= PushOrDrop(object, TextElement(0x0016, localAE.data(), localAE.size(), kTypeAE));
@@ -239,32 +257,35 @@ bool DICOMCodec::SaveFile(const char* path, int form, DICOMObject* object,
   if (!path || !object || form < 1 || form > 3) return false;
   // Written beside the target and renamed into place, so that a failed write never leaves a
   // half-written file under the name a reader expects.
+  const KESTREL::FileOperations& files = KESTREL::GetFileOperations();
   std::string partial = std::string(path) + ".partial";
-  FilePtr file(std::fopen(partial.c_str(), "wb"));
+  KESTREL::File file(partial.c_str(), "wb");
   if (!file) return false;
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  FileSink sink(file.get());
+  FileSink sink(file);
   ByteBuffer buffer;
   buffer.AttachSink(&sink, kWriteBlock);
+  bool ok = EncodeFile(object, buffer, form, transferSyntaxUID);
+  ok = buffer.Flush() && ok;
+  ok = file.Close() && ok;
+  if (ok) ok = files.rename(partial.c_str(), path) == 0;
+  if (!ok) files.remove(partial.c_str());
+  return ok;
+}
 
-  bool ok;
-  if (form == 1) {
-    ok = Encode(object, buffer, kModeImplicitLittle, false);
-  } else {
-    ok = AddFileMeta(object, transferSyntaxUID);
-    buffer.WriteZeros(kPreambleLength);
-    buffer.WriteBytes("DICM", 4);
-    // Form 2 once wrote its meta group with the implicit encoder; every reader expects the
-    // meta group in explicit VR (PS3.10 7.1), and the group length counts the explicit header
-    // of (0002,0001), so both forms now write it that way.
-    int metaMode = kModeExplicitLittle;
-    ok = (HasGroupBelowMeta(object) ? EncodeMetaFirst(object, buffer, metaMode)
+// Form 1: the data set alone in implicit VR little endian. Forms 2 and 3: preamble, "DICM",
+// the meta group in explicit VR little endian, the rest in the syntax of (0002,0010).
+bool DICOMCodec::EncodeFile(DICOMObject* object, ByteBuffer& buffer, int form,
+                            const char* transferSyntaxUID) {
+  if (form == 1) return Encode(object, buffer, kModeImplicitLittle, false);
+  bool ok = AddFileMeta(object, transferSyntaxUID);
+  buffer.WriteZeros(kPreambleLength);
+  buffer.WriteBytes("DICM", 4);
+  // Form 2 once wrote its meta group with the implicit encoder; every reader expects the meta
+  // group in explicit VR (PS3.10 7.1), and the group length counts the explicit header of
+  // (0002,0001), so both forms now write it that way.
+  const int metaMode = kModeExplicitLittle;
+  return (HasGroupBelowMeta(object) ? EncodeMetaFirst(object, buffer, metaMode)
                                     : Encode(object, buffer, metaMode, false)) &&
          ok;
-  }
-  ok = buffer.Flush() && ok;
-  ok = std::fclose(file.release()) == 0 && ok;
-  if (ok) ok = std::rename(partial.c_str(), path) == 0;
-  if (!ok) std::remove(partial.c_str());
-  return ok;
 }

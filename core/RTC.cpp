@@ -1,5 +1,7 @@
 #include "kestrel/RTC.h"
 
+#include "core/File.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -26,10 +28,7 @@ constexpr size_t kStringSizeField = 36;
 // Text lines longer than this are cut; the files we read were written for a 1024-byte buffer.
 constexpr size_t kMaxLineLength = 1019;
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using KESTREL::File;
 
 uint32_t MakeKey(uint16_t group, uint16_t element) {
   return (static_cast<uint32_t>(group) << 16) | element;
@@ -417,7 +416,7 @@ std::unique_ptr<RTCTable> LoadBinary(std::FILE* file, bool keepText) {
 }
 
 std::unique_ptr<RTCTable> LoadFile(const char* path, bool keepText) {
-  File file(std::fopen(path, "rb"));
+  File file(path, "rb");
   if (!file) return nullptr;
   // The first line of a binary image begins with the marker; comparing the first eight bytes is
   // the same test, since the marker holds no line break.
@@ -507,12 +506,12 @@ std::vector<unsigned char> Serialize(const RTCTable& table) {
 
 // Leaves no partial file behind when the write fails.
 bool WriteFile(const char* path, const std::vector<unsigned char>& bytes) {
-  File file(std::fopen(path, "wb"));
+  File file(path, "wb");
   if (!file) return false;
-  bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-  // fclose flushes; its failure (a full disk) is a failed write too.
-  written = std::fclose(file.release()) == 0 && written;
-  if (!written) std::remove(path);
+  bool written = file.Write(bytes.data(), bytes.size());
+  // Close flushes; its failure (a full disk) is a failed write too.
+  written = file.Close() && written;
+  if (!written) KESTREL::GetFileOperations().remove(path);
   return written;
 }
 

@@ -12,6 +12,15 @@
 class RTC;
 struct ValueContext;
 
+// What reading a DICOM file came to.
+enum class FileReadResult : uint8_t {
+  kComplete,       // the whole file was decoded
+  kCannotOpen,     // it could not be opened or read: the system's error code tells why
+  kNotDICOM,       // nothing in it decodes as DICOM
+  kDamaged,        // decoding stopped before its end (a value running past it, say)
+  kUnknownSyntax,  // its transfer syntax is one the codec cannot read
+};
+
 // The value codec and the DICOM file reader and writer. An association (PDU_Service) is one of
 // these; callers use these operations through it.
 //
@@ -53,6 +62,10 @@ class KESTREL_API DICOMCodec {
   // be opened. A damaged file gives whatever could be decoded; WasLastLoadComplete tells which.
   DICOMDataObject* LoadFile(const char* path);
   bool WasLastLoadComplete() const { return lastLoadComplete_; }
+  // The same, telling why a file was not read whole: `result` (and, for kCannotOpen, the
+  // system's error code in `error`) when those are not null. Null only for kCannotOpen; for the
+  // other failures the object holds what was decoded.
+  DICOMDataObject* LoadFile(const char* path, FileReadResult* result, int* error = nullptr);
   // As LoadFile, but reads no more than the first `bytes` bytes after the preamble: the meta
   // group and the leading attributes of a file, for a caller that only needs to tell what a
   // file is, at a fixed cost however large its pixel data. An element cut by the limit is
@@ -80,14 +93,29 @@ class KESTREL_API DICOMCodec {
   virtual std::string GetLocalAETitle() const;
 
  private:
-  DICOMDataObject* ReadFile(const char* path, uint64_t limit);
+  DICOMDataObject* ReadFile(const char* path, uint64_t limit, FileReadResult* result,
+                            int* error);
   bool EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta, bool top);
   bool EncodeElement(VR* element, ByteBuffer& buffer, int mode);
   bool EncodeItems(Array<DICOMDataObject*>* items, ByteBuffer& buffer, int mode);
   bool EncodeRawSequence(VR* element, ByteBuffer& buffer, int mode);
   uint16_t TypeCodeToWrite(const VR* element) const;
   bool EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int metaMode);
+  bool EncodeFile(DICOMObject* object, ByteBuffer& buffer, int form,
+                  const char* transferSyntaxUID);
+  struct DecodeLevel;
   bool DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top);
+  bool SwitchSyntax(ByteBuffer& buffer, DecodeLevel& level, uint16_t& group);
+  bool DecodeItemTag(ByteBuffer& buffer, DICOMObject* object, int mode, uint16_t number,
+                     bool& end);
+  bool ReadElementHeader(ByteBuffer& buffer, DecodeLevel& level, bool metaEnds, VR& element,
+                         uint32_t& length, bool& explicitVR);
+  uint16_t LookUpTypeCode(const VR& element) const;
+  bool DecodeValue(ByteBuffer& buffer, DICOMObject* object, DecodeLevel& level,
+                   std::unique_ptr<VR>& element, uint32_t length, bool explicitVR);
+  bool DecodeUndefinedLength(ByteBuffer& buffer, DICOMObject* object, int mode,
+                             std::unique_ptr<VR>& element, bool explicitVR);
+  static bool ReadValueBytes(ByteBuffer& buffer, VR& element, uint32_t length);
   bool DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length);
   bool DecodeSequenceItems(ByteBuffer& buffer, DICOMObject* object, int mode);
 

@@ -1,6 +1,10 @@
+#include "core/File.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -12,8 +16,8 @@
 #include <thread>
 #include <vector>
 
-#include "kestrel/DICOMObject.h"
 #include "kestrel/DICOMCodec.h"
+#include "kestrel/DICOMObject.h"
 
 namespace {
 
@@ -258,7 +262,8 @@ TEST_F(FileTest, SaveFileForms1To3) {
   size_t pos = 144;
   while (pos + 8 <= file.size() && file[pos] == 0x02 && file[pos + 1] == 0x00) {
     bool longHeader = file[pos + 4] == 'O' && file[pos + 5] == 'B';
-    pos += longHeader ? 12 + (file[pos + 8] | file[pos + 9] << 8) : 8 + (file[pos + 6] | file[pos + 7] << 8);
+    pos += longHeader ? 12 + (file[pos + 8] | file[pos + 9] << 8)
+                      : 8 + (file[pos + 6] | file[pos + 7] << 8);
   }
   EXPECT_EQ(file[140] | file[141] << 8, int(pos - 144)) << "meta group length";
   auto loaded = Load(Path("form.dcm"));
@@ -269,24 +274,54 @@ TEST_F(FileTest, SaveFileForms1To3) {
 }
 
 // A failed save leaves neither the file nor its ".partial" behind.
+// Writes that fail part-way, as a full disk does: every byte after the first `kept` fails.
+size_t FullDiskWrite(const void* data, size_t size, std::FILE* file) {
+  static size_t written = 0;
+  if (!file) return written = 0;  // reset
+  size_t room = written < 1000 ? 1000 - written : 0;
+  size_t n = std::fwrite(data, 1, std::min(size, room), file);
+  written += n;
+  if (n < size) errno = ENOSPC;
+  return n;
+}
+int FailingClose(std::FILE* file) {
+  std::fclose(file);
+  errno = ENOSPC;
+  return EOF;
+}
+int FailingRename(const char*, const char*) { return -1; }
+
 TEST_F(FileTest, FailedSavesLeaveNothing) {
   fs::create_directory(Path("taken"));
+  const KESTREL::FileOperations system = KESTREL::GetFileOperations();
+  KESTREL::FileOperations fullDisk = system, badClose = system, badRename = system;
+  fullDisk.write = &FullDiskWrite;
+  badClose.close = &FailingClose;
+  badRename.rename = &FailingRename;
   struct Case {
     const char* name;
     std::string path;
     int form;
     const char* syntax;
+    const KESTREL::FileOperations* files;
   };
-  const Case cases[] = {{"form 0", Path("a.dcm"), 0, nullptr},
-                        {"form 4", Path("a.dcm"), 4, nullptr},
-                        {"missing directory", Path("no/such/a.dcm"), 3, nullptr},
-                        {"path is a directory", Path("taken"), 3, nullptr},
-                        {"unknown transfer syntax", Path("a.dcm"), 3, "1.2.3.4"}};
+  const Case cases[] = {{"form 0", Path("a.dcm"), 0, nullptr, &system},
+                        {"form 4", Path("a.dcm"), 4, nullptr, &system},
+                        {"missing directory", Path("no/such/a.dcm"), 3, nullptr, &system},
+                        {"path is a directory", Path("taken"), 3, nullptr, &system},
+                        {"unknown transfer syntax", Path("a.dcm"), 3, "1.2.3.4", &system},
+                        {"disk full part-way", Path("a.dcm"), 3, nullptr, &fullDisk},
+                        {"flush fails at close", Path("a.dcm"), 3, nullptr, &badClose},
+                        {"rename fails", Path("a.dcm"), 3, nullptr, &badRename}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     DICOMDataObject object;
     object.Push(Element(0x0028, 0x0010, "US", std::string("\x00\x02", 2)));
+    object.Push(Element(0x0010, 0x0010, "PN", std::string(3000, 'x')));
+    FullDiskWrite(nullptr, 0, nullptr);
+    KESTREL::SetFileOperations(*c.files);
     EXPECT_FALSE(Save(object, c.path, c.form, c.syntax));
+    KESTREL::SetFileOperations(system);
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(dir_)) names.push_back(entry.path().filename());
     EXPECT_EQ(names, std::vector<std::string>{"taken"});
@@ -404,6 +439,28 @@ TEST_F(FileTest, TruncatedFileGivesPartialObject) {
   ASSERT_NE(object, nullptr);
   EXPECT_FALSE(codec_.WasLastLoadComplete());
   EXPECT_EQ(Value(object->Find(0x0008, 0x0020)), "20040826");
+
+  // Why a read was not whole.
+  Write("text.dcm", Bytes(2000, 'x'));
+  struct Case {
+    std::string path;
+    FileReadResult result;
+    int error;
+  };
+  const Case cases[] = {{kSamples + "CT_small.dcm", FileReadResult::kComplete, 0},
+                        {Path("cut.dcm"), FileReadResult::kDamaged, 0},
+                        {Path("text.dcm"), FileReadResult::kNotDICOM, 0},
+                        {kSamples + "image_dfl.dcm", FileReadResult::kUnknownSyntax, 0},
+                        {Path("missing.dcm"), FileReadResult::kCannotOpen, ENOENT}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    FileReadResult result = FileReadResult::kComplete;
+    int error = -1;
+    std::unique_ptr<DICOMDataObject> read(codec_.LoadFile(c.path.c_str(), &result, &error));
+    EXPECT_EQ(result, c.result);
+    EXPECT_EQ(error, c.error);
+    EXPECT_EQ(read == nullptr, c.result == FileReadResult::kCannotOpen);
+  }
 
   // The thread's flag follows the last load by any codec on the thread, and only there.
   EXPECT_FALSE(DICOMCodec::WasLastLoadOnThreadComplete());
