@@ -284,80 +284,97 @@ int PDU_Service::AnswerRequest() {
   state.accepted.clear();
   state.request = pdu::AssociatePDU();
   state.transport.DiscardInput();
-  uint8_t type = 0;
-  if (!state.transport.Read8(type)) {
-    Drop();
-    return 0;
-  }
-  std::vector<uint8_t> body;
-  if (type != pdu::kAssociateRQ) {
-    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortUnexpectedPDU);
-    return 0;
-  }
-  if (!ReadAssociationBody(body) ||
-      !pdu::DecodeAssociate(pdu::kAssociateRQ, body.data(), body.size(), state.request)) {
-    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
-    return 0;
-  }
-  state.peer = state.request.User;
-
-  uint8_t reason = 0;
-  if (!state.request.ApplicationContextValid ||
-      !CheckApplicationContext(state.request.ApplicationContext))
-    reason = kReasonApplicationContext;
-  else if (!CheckRemoteAE(state.request.CallingAE))
-    reason = kReasonCallingAE;
-  else if (!CheckLocalAE(state.request.CalledAE))
-    reason = kReasonCalledAE;
-  else if (!CheckExtra(state.request.CallingAE, state.request.CalledAE))
-    reason = kReasonNone;
-
+  if (!ReadRequest()) return 0;
+  uint8_t reason = CheckRequest();
   pdu::AssociatePDU answer;
-  if (!reason) {
-    for (const PresentationContext& proposed : state.request.Contexts) {
-      PresentationContext result = proposed;  // a copy draws no ID
-      result.TransferSyntaxes.clear();
-      result.Result = PresentationContext::kTransferSyntaxesNotSupported;
-      for (const UID& syntax : proposed.TransferSyntaxes) {
-        if (CheckTransferSyntax(syntax)) {
-          result.Result = PresentationContext::kAcceptance;
-          result.TransferSyntaxes.push_back(syntax);
-          break;
-        }
-      }
-      if (proposed.AbstractSyntax.IsEmpty() || !CheckAbstractSyntax(proposed.AbstractSyntax))
-        result.Result = PresentationContext::kAbstractSyntaxNotSupported;
-      if (result.Result == PresentationContext::kAcceptance) state.accepted.push_back(result);
-      // A refused context still names one transfer syntax, which the peer ignores (PS3.8
-      // 9.3.3.2).
-      if (result.TransferSyntaxes.empty())
-        result.TransferSyntaxes.push_back(proposed.TransferSyntaxes.empty()
-                                              ? UID(kImplicitLittleEndian)
-                                              : proposed.TransferSyntaxes[0]);
-      result.AbstractSyntax = UID();
-      answer.Contexts.push_back(std::move(result));
-    }
-    if (state.accepted.empty()) reason = kReasonNone;
-  }
-
-  std::vector<uint8_t> bytes;
+  if (!reason && !NegotiateContexts(answer)) reason = kReasonNone;
   if (reason) {
+    std::vector<uint8_t> bytes;
     pdu::EncodeReject(kRejectPermanent, kRejectSourceUser, reason, bytes);
     SendPDU(bytes);
     state.accepted.clear();
     Drop();
     return 0;
   }
-  std::memcpy(answer.CalledAE, state.request.CalledAE, sizeof answer.CalledAE);
-  std::memcpy(answer.CallingAE, state.request.CallingAE, sizeof answer.CallingAE);
-  answer.ApplicationContext = state.request.ApplicationContext;
+  SendAccept(answer);
+  state.associated = true;
+  return 1;
+}
+
+// The A-ASSOCIATE-RQ of a newly connected peer; a peer that sends anything else, or a
+// malformed or oversized request, is aborted.
+bool PDU_Service::ReadRequest() {
+  State& state = *state_;
+  uint8_t type = 0;
+  if (!state.transport.Read8(type)) {
+    Drop();
+    return false;
+  }
+  if (type != pdu::kAssociateRQ) {
+    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortUnexpectedPDU);
+    return false;
+  }
+  std::vector<uint8_t> body;
+  if (!ReadAssociationBody(body) ||
+      !pdu::DecodeAssociate(pdu::kAssociateRQ, body.data(), body.size(), state.request)) {
+    AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
+    return false;
+  }
+  state.peer = state.request.User;
+  return true;
+}
+
+// The checks of the request in their order; the reason of the first refusal, 0 for none.
+uint8_t PDU_Service::CheckRequest() {
+  const pdu::AssociatePDU& request = state_->request;
+  if (!request.ApplicationContextValid || !CheckApplicationContext(request.ApplicationContext))
+    return kReasonApplicationContext;
+  if (!CheckRemoteAE(request.CallingAE)) return kReasonCallingAE;
+  if (!CheckLocalAE(request.CalledAE)) return kReasonCalledAE;
+  if (!CheckExtra(request.CallingAE, request.CalledAE)) return kReasonNone;
+  return 0;
+}
+
+// The answer for every proposed context: the first transfer syntax of ours it offers, or the
+// reason it is refused. False when none is accepted.
+bool PDU_Service::NegotiateContexts(pdu::AssociatePDU& answer) {
+  State& state = *state_;
+  for (const PresentationContext& proposed : state.request.Contexts) {
+    PresentationContext result = proposed;  // a copy draws no ID
+    result.TransferSyntaxes.clear();
+    result.Result = PresentationContext::kTransferSyntaxesNotSupported;
+    for (const UID& syntax : proposed.TransferSyntaxes) {
+      if (!CheckTransferSyntax(syntax)) continue;
+      result.Result = PresentationContext::kAcceptance;
+      result.TransferSyntaxes.push_back(syntax);
+      break;
+    }
+    if (proposed.AbstractSyntax.IsEmpty() || !CheckAbstractSyntax(proposed.AbstractSyntax))
+      result.Result = PresentationContext::kAbstractSyntaxNotSupported;
+    if (result.Result == PresentationContext::kAcceptance) state.accepted.push_back(result);
+    // A refused context still names one transfer syntax, which the peer ignores (PS3.8
+    // 9.3.3.2).
+    if (result.TransferSyntaxes.empty())
+      result.TransferSyntaxes.push_back(proposed.TransferSyntaxes.empty()
+                                            ? UID(kImplicitLittleEndian)
+                                            : proposed.TransferSyntaxes[0]);
+    result.AbstractSyntax = UID();
+    answer.Contexts.push_back(std::move(result));
+  }
+  return !state.accepted.empty();
+}
+
+void PDU_Service::SendAccept(pdu::AssociatePDU& answer) {
+  const pdu::AssociatePDU& request = state_->request;
+  std::memcpy(answer.CalledAE, request.CalledAE, sizeof answer.CalledAE);
+  std::memcpy(answer.CallingAE, request.CallingAE, sizeof answer.CallingAE);
+  answer.ApplicationContext = request.ApplicationContext;
   answer.User.MaximumLength = kMaximumLength;
   GetImplementationClass(answer.User.ImplementationClass);
   GetImplementationVersion(answer.User.ImplementationVersion);
+  std::vector<uint8_t> bytes;
   pdu::EncodeAssociate(pdu::kAssociateAC, answer, bytes);
   SendPDU(bytes);
-  state.associated = true;
-  return 1;
 }
 
 bool PDU_Service::IsAssociated() const { return state_->associated; }

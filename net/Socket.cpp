@@ -66,6 +66,7 @@ uint32_t Socket::GetDefaultTimeout() { return defaultTimeout.load(); }
 void Socket::CloseData() {
   if (dataSocket_) sockets::Close(dataSocket_);
   dataSocket_ = 0;
+  sendFailed_ = false;
   readBegin_ = readEnd_ = 0;
 }
 
@@ -231,8 +232,14 @@ bool Socket::Shutdown(int handle) { return handle > 0 && sockets::Shutdown(handl
 
 int Socket::Send(const void* buffer, uint32_t length) {
   if (!connected_) return 0;
-  if (sockets::Send(dataSocket_, buffer, length, moreToFollow_) < 0)
+  if (sendFailed_) return 1;
+  if (sockets::Send(dataSocket_, buffer, length, moreToFollow_) < 0) {
     Log("SOCKET END ERROR: " + std::to_string(sockets::LastError()), 3);
+    // Part of the buffer may be out: nothing more may follow it on this connection, and the
+    // next receive must see the end at once rather than wait for an answer.
+    sendFailed_ = true;
+    sockets::Shutdown(dataSocket_);
+  }
   return 1;
 }
 

@@ -36,10 +36,17 @@ bool Listen(Handle handle, int backlog);
 // The accepted handle (or -1 with the error in LastError); the peer's address and port are
 // written when the pointers are not null. Interrupted calls are retried.
 Handle Accept(Handle handle, uint32_t* address, uint16_t* port);
-// One send call; never raises SIGPIPE. Retried only when a signal interrupted it before any
-// byte went out. With `more`, the system is told that more data follows at once, so it may
-// hold the bytes back to fill whole segments. The number of bytes sent, or -1.
+// Sends all `length` bytes or fails: a call that a signal interrupts (EINTR) is made again,
+// and a short send (a blocking send returns short when a signal arrives part-way) goes on with
+// the rest, so a message never leaves cut. Never raises SIGPIPE. With `more`, the system is
+// told that more data follows at once, so it may hold the bytes back to fill whole segments.
+// `length`, or -1 when a call failed (some bytes may have gone out: the connection is then
+// unusable).
 long Send(Handle handle, const void* data, size_t length, bool more = false);
+// The single system call Send makes (send(2) with its flags): replaceable, so that a test can
+// give short sends and interruptions; null restores the system's. Gives back the one replaced.
+using SendCall = long (*)(Handle handle, const void* data, size_t length, int flags);
+SendCall SetSendCall(SendCall call);
 // One receive call, retried when interrupted; the number of bytes, 0 at an orderly close, -1.
 long Receive(Handle handle, void* data, size_t length);
 // The same without blocking: -2 when nothing is waiting.

@@ -49,7 +49,12 @@ bool SystemResolveService(const char* name, uint16_t* port) {
   return true;
 }
 
+long SystemSend(Handle handle, const void* data, size_t length, int flags) {
+  return static_cast<long>(send(handle, data, length, flags));
+}
+
 std::atomic<HostResolver> hostResolver{SystemResolveHost};
+std::atomic<SendCall> sendCall{SystemSend};
 std::atomic<ServiceResolver> serviceResolver{SystemResolveService};
 
 sockaddr_in MakeAddress(uint32_t address, uint16_t port) {
@@ -112,12 +117,19 @@ Handle Accept(Handle handle, uint32_t* address, uint16_t* port) {
 
 long Send(Handle handle, const void* data, size_t length, bool more) {
   const int flags = MSG_NOSIGNAL | (more ? MSG_MORE : 0);
-  ssize_t sent;
-  do {
-    sent = send(handle, data, length, flags);
-  } while (sent < 0 && errno == EINTR);
-  return static_cast<long>(sent);
+  const auto* bytes = static_cast<const uint8_t*>(data);
+  const SendCall call = sendCall.load();
+  size_t done = 0;
+  while (done < length) {
+    long sent = call(handle, bytes + done, length - done, flags);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent <= 0) return -1;
+    done += static_cast<size_t>(sent);
+  }
+  return static_cast<long>(length);
 }
+
+SendCall SetSendCall(SendCall call) { return sendCall.exchange(call ? call : SystemSend); }
 
 long Receive(Handle handle, void* data, size_t length) {
   ssize_t got;

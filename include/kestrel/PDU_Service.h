@@ -165,6 +165,10 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   friend struct State;
 
   int AnswerRequest();
+  bool ReadRequest();
+  uint8_t CheckRequest();
+  bool NegotiateContexts(KESTREL::pdu::AssociatePDU& answer);
+  void SendAccept(KESTREL::pdu::AssociatePDU& answer);
   int Failed(ConnectFailure why);
   static ConnectFailure OpenFailureOf(Socket::OpenFailure failure);
   void BuildRequest(const char* transferSyntax);

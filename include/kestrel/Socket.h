@@ -20,9 +20,10 @@ class KESTREL_API Socket {
   Socket(const Socket&) = delete;
   Socket& operator=(const Socket&) = delete;
 
-  // Sends the whole buffer in one call. 0 when not connected; otherwise 1, even when the send
-  // failed: a dead peer shows at the next Recv. A failure is written to the common log as
-  // "SOCKET END ERROR: <code>".
+  // Sends the whole buffer (a short or interrupted send goes on with the rest). 0 when not
+  // connected; otherwise 1, even when the send failed: a dead peer shows at the next Recv. A
+  // failure is written to the common log as "SOCKET END ERROR: <code>", and the connection is
+  // shut down then, so that nothing follows a cut buffer on the wire.
   virtual int Send(const void* buffer, uint32_t length);
   // Waits up to the time-out for data, then receives up to `length` bytes once (a stream
   // socket may receive more ahead, up to 64 KiB, which the next calls give out first). The
@@ -97,6 +98,7 @@ class KESTREL_API Socket {
   bool connected_ = false;
   bool moreToFollow_ = false;
   bool recvTimedOut_ = false;
+  bool sendFailed_ = false;  // since the data socket was connected
   bool listening_ = false;
   bool counted_ = false;      // the socket library was started for this object
   uint32_t peerAddress_ = 0;  // network order

@@ -1,8 +1,11 @@
 #include "kestrel/Socket.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -173,6 +176,45 @@ TEST_F(ConnectedPair, SendToAClosedPeerStillReportsSuccess) {
     EXPECT_EQ(client_.Send(block.data(), static_cast<uint32_t>(block.size())), 1);
   char got[4];
   EXPECT_EQ(client_.Recv(got, sizeof got), -1);
+}
+
+// A blocking send returns short when a signal arrives part-way, or fails with EINTR before any
+// byte went: either way the whole buffer must go out, in order, and a send that fails for good
+// must leave nothing more to follow the cut on the wire.
+long ShortAndInterrupted(int handle, const void* data, size_t length, int flags) {
+  static int calls = 0;
+  if (++calls % 3 == 0) {
+    errno = EINTR;
+    return -1;
+  }
+  return static_cast<long>(::send(handle, data, std::min<size_t>(length, 7), flags));
+}
+long FailsAfterSome(int handle, const void* data, size_t length, int flags) {
+  static size_t sent = 0;
+  if (sent >= 100) {
+    errno = EPIPE;
+    return -1;
+  }
+  long n = static_cast<long>(::send(handle, data, std::min<size_t>(length, 100 - sent), flags));
+  sent += n > 0 ? n : 0;
+  return n;
+}
+
+TEST_F(ConnectedPair, ShortAndInterruptedSendsCompleteOrCutTheConnection) {
+  std::string message(10000, 0);
+  for (size_t i = 0; i < message.size(); ++i) message[i] = static_cast<char>(i * 7);
+  auto previous = KESTREL::sockets::SetSendCall(&ShortAndInterrupted);
+  EXPECT_EQ(client_.Send(message.data(), static_cast<uint32_t>(message.size())), 1);
+  KESTREL::sockets::SetSendCall(&FailsAfterSome);
+  EXPECT_EQ(client_.Send(message.data(), static_cast<uint32_t>(message.size())), 1);
+  EXPECT_EQ(client_.Send("next", 4), 1) << "reported sent, but never sent";
+  KESTREL::sockets::SetSendCall(previous);
+  std::string got;
+  char buffer[4096];
+  for (int n; (n = server_.Recv(buffer, sizeof buffer)) > 0;) got.append(buffer, n);
+  EXPECT_EQ(got.size(), message.size() + 100) << "the whole first message, 100 bytes of the second";
+  EXPECT_EQ(got.substr(0, message.size()), message);
+  EXPECT_EQ(got.substr(message.size()), message.substr(0, 100));
 }
 
 TEST(SocketShutdown, ShutdownFromAnotherThreadWakesABlockedReceive) {
