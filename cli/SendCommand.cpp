@@ -22,7 +22,6 @@
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
-#include "kestrel/Notifier.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/Status.h"
 #include "kestrel/UID.h"
@@ -127,7 +126,8 @@ bool ProbeObject(const InputFile& file, UID& sopClass, UID& syntax, std::string&
 // Counts every file once, in the progress and in the exit code.
 class Outcome {
  public:
-  Outcome(const SendOptions& options, Progress& progress) : options_(options), progress_(progress) {}
+  Outcome(const SendOptions& options, Progress& progress)
+      : options_(options), progress_(progress) {}
 
   void Sent(const InputFile& file, const std::string& syntax) {
     if (options_.net.verbose)
@@ -166,9 +166,6 @@ void SendEach(const SendOptions& options, const std::vector<InputFile>& files, O
   }
 }
 
-// The notifier would show the association failure once more; every file's line carries it.
-void Silent(const std::string&) {}
-
 class BatchAssociation {
  public:
   BatchAssociation(const SendOptions& options, std::vector<UID> sopClasses,
@@ -186,10 +183,9 @@ class BatchAssociation {
       return nullptr;
     }
     CStorage::ReleaseAssociation(pdu_);
-    KESTREL::NotifyHandler previous = KESTREL::SetNotifier(Silent);
+    // Not notified: every file's line carries the failure.
     pdu_ = CStorage::CreateAssociation(options_.host, options_.port, options_.net.callingAE,
-                                       options_.net.calledAE, sopClasses_, syntaxes_);
-    KESTREL::SetNotifier(previous);
+                                       options_.net.calledAE, sopClasses_, syntaxes_, false);
     if (!pdu_) error = error_ = KESTREL::GetLastErrorText();
     return pdu_;
   }

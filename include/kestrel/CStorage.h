@@ -182,6 +182,13 @@ class KESTREL_API CStorage {
                                         const std::string& calledAE,
                                         const std::vector<UID>& sopClasses,
                                         const std::vector<UID>& transferSyntaxes);
+  // The same; with `notify` false the failure text goes to the last-error text only, for a
+  // caller that reports it itself.
+  static PDU_Service* CreateAssociation(const std::string& host, const std::string& port,
+                                        const std::string& callingAE,
+                                        const std::string& calledAE,
+                                        const std::vector<UID>& sopClasses,
+                                        const std::vector<UID>& transferSyntaxes, bool notify);
   // One C-STORE of `pDDO` (the caller's; emptied by the encoding), or of the object's own
   // instance when `pDDO` is null, over an association of CreateAssociation, on the context
   // proposed for its SOP class (chosen as by Client) and transfer syntax. 1 when the peer

@@ -125,10 +125,17 @@ PDU_Service* CStorage::CreateAssociation(const std::string& host, const std::str
                                          const std::string& callingAE, const std::string& calledAE,
                                          const std::vector<UID>& sopClasses,
                                          const std::vector<UID>& transferSyntaxes) {
+  return CreateAssociation(host, port, callingAE, calledAE, sopClasses, transferSyntaxes, true);
+}
+
+PDU_Service* CStorage::CreateAssociation(const std::string& host, const std::string& port,
+                                         const std::string& callingAE, const std::string& calledAE,
+                                         const std::vector<UID>& sopClasses,
+                                         const std::vector<UID>& transferSyntaxes, bool notify) {
   const std::string connectError = ConnectText(host, true);
   auto fail = [&](const std::string& text) -> PDU_Service* {
     KESTREL::SetLastErrorText(text);
-    KESTREL::Notify(text);
+    if (notify) KESTREL::Notify(text);
     return nullptr;
   };
   auto association = std::make_unique<PDU_Service>(ConfigFilePath().c_str());
