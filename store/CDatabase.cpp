@@ -15,6 +15,9 @@ using kestrel_store::Trim;
 constexpr SQLULEN kLoginTimeoutSeconds = 15;
 constexpr char kSQLiteLockWait[] = "Timeout=100;";                // milliseconds
 constexpr char kPostgreSQLLockWait[] = "SET lock_timeout = 100";  // milliseconds
+// The advisory lock every writing transaction of the library holds on PostgreSQL: one number
+// for the whole database ("KESTREL" in ASCII), so that index writers take turns.
+constexpr char kPostgreSQLWriteLock[] = "SELECT pg_advisory_xact_lock(23713617613966412)";
 
 // The desktop form "ODBC;DSN=..." carries a prefix that the driver manager does not know.
 std::string WithoutOdbcPrefix(const std::string& connect) {
@@ -132,10 +135,17 @@ void CDatabase::Close() {
   auto dependents = std::move(d.dependents);
   d.dependents.clear();
   for (auto& entry : dependents) entry.second();
-  if (d.inTransaction) {
+  if (d.inTransaction && d.statementTransaction) {
+    try {
+      kestrel_store::Statement(d.handle(), 0).ExecDirect("ROLLBACK");
+    } catch (const CDBException&) {
+      // Disconnecting ends the transaction all the same.
+    }
+  } else if (d.inTransaction) {
     SQLEndTran(SQL_HANDLE_DBC, d.connection.get(), SQL_ROLLBACK);
-    d.inTransaction = false;
   }
+  d.inTransaction = false;
+  d.statementTransaction = false;
   SQLDisconnect(d.connection.get());
   d.connection.Reset();
   d.environment.Reset();
@@ -165,10 +175,39 @@ void CDatabase::ExecuteSQL(const std::string& sql) {
 
 void CDatabase::BeginTrans() {
   RequireOpen(*impl_);
+  if (impl_->inTransaction) kestrel_store::Fail("25000", "A transaction is already open.");
   Check(SQLSetConnectAttr(impl_->handle(), SQL_ATTR_AUTOCOMMIT,
                           reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), 0),
         SQL_HANDLE_DBC, impl_->handle(), "SQLSetConnectAttr");
   impl_->inTransaction = true;
+}
+
+void CDatabase::BeginWriteTrans() {
+  Impl& d = *impl_;
+  RequireOpen(d);
+  if (d.inTransaction) kestrel_store::Fail("25000", "A transaction is already open.");
+  switch (d.dialect.kind) {
+    case DialectKind::kSQLite:
+      // The driver begins its own transactions as deferred ones, which take the write lock
+      // only at the first write and then fail for good when another writer came first. The
+      // statement is run with autocommit on, so the driver leaves it to SQLite.
+      ExecuteSQL("BEGIN IMMEDIATE");
+      d.inTransaction = true;
+      d.statementTransaction = true;
+      return;
+    case DialectKind::kPostgreSQL:
+      BeginTrans();
+      try {
+        ExecuteSQL(kPostgreSQLWriteLock);
+      } catch (...) {
+        Rollback();
+        throw;
+      }
+      return;
+    case DialectKind::kOther:
+      BeginTrans();
+      return;
+  }
 }
 
 namespace {
@@ -176,6 +215,15 @@ namespace {
 void EndTransaction(CDatabase::Impl& d, SQLSMALLINT completion) {
   RequireOpen(d);
   if (!d.inTransaction) kestrel_store::Fail("25000", "No transaction is open.");
+  if (d.statementTransaction) {
+    // A failed COMMIT leaves the transaction open, for a Rollback to end; a ROLLBACK ends it
+    // even when it fails (SQLite may have rolled back by itself after an I/O error).
+    if (completion == SQL_ROLLBACK) d.inTransaction = d.statementTransaction = false;
+    kestrel_store::Statement(d.handle(), 0)
+        .ExecDirect(completion == SQL_COMMIT ? "COMMIT" : "ROLLBACK");
+    d.inTransaction = d.statementTransaction = false;
+    return;
+  }
   const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, d.handle(), completion);
   d.inTransaction = false;
   SQLSetConnectAttr(d.handle(), SQL_ATTR_AUTOCOMMIT,

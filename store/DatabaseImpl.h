@@ -17,6 +17,9 @@ struct CDatabase::Impl {
   kestrel_store::ConnectionHandle connection;
   bool open = false;
   bool inTransaction = false;
+  // The transaction was begun with a statement (BEGIN IMMEDIATE) rather than by turning
+  // autocommit off, and is ended with one.
+  bool statementTransaction = false;
   std::string connect;
   std::string dbmsName;
   kestrel_store::Dialect dialect;

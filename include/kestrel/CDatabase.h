@@ -49,6 +49,13 @@ class KESTREL_API CDatabase {
   void BeginTrans();
   void CommitTrans();
   void Rollback();
+  // A transaction that holds the database's write lock from its first moment, so that what it
+  // reads stays true until it commits: two such transactions never run at once, on this
+  // connection's database, from any process. SQLite: BEGIN IMMEDIATE. PostgreSQL: a transaction
+  // holding the library's advisory lock (pg_advisory_xact_lock). Other drivers: BeginTrans.
+  // Waiting for the lock is as short as any other lock wait (see Open): a busy database throws
+  // CDBException and the caller tries again. End it with CommitTrans or Rollback.
+  void BeginWriteTrans();
 
   struct Impl;  // the ODBC handles; defined in the store's sources only
 

@@ -17,7 +17,11 @@ CREATE TABLE IF NOT EXISTS [Patient] (
   [PatientsSex] TEXT,
   [PatientUID] INTEGER PRIMARY KEY AUTOINCREMENT
 );
-CREATE INDEX IF NOT EXISTS [Patient_PatientID] ON [Patient] ([PatientID]);
+-- One row per patient ID and name, whoever writes: the storing code matches patients on
+-- these two, and a name that is null is one name (SQLite keeps nulls apart in a unique
+-- index, so the index takes char(0) in their place).
+CREATE UNIQUE INDEX IF NOT EXISTS [Patient_PatientIDName]
+  ON [Patient] ([PatientID], ifnull([PatientsName], char(0)));
 
 CREATE TABLE IF NOT EXISTS [Study] (
   [AccessDate] TEXT,
