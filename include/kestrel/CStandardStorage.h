@@ -55,6 +55,11 @@ class KESTREL_API CStandardStorage {
   // A new, empty secondary capture storage object, which the caller deletes.
   static CSCStorage* CreateSCStorage();
 
+  // A new, empty storage object of the per-modality class Load makes for `sopClassUID` (the
+  // class "for presentation" for a processing image), which the caller deletes; null for a
+  // SOP class none of them stores (CUnknownStorage takes those).
+  static CStorage* CreateStorage(const UID& sopClassUID);
+
  private:
   void NoteLossy(DICOMDataObject* dataSet);
 

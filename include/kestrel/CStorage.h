@@ -9,6 +9,8 @@
 #include "kestrel/Status.h"
 #include "kestrel/UID.h"
 
+class CDatabase;
+class CDestination;
 class CO_FrameOfReferenceModule;
 class CO_ImagePlaneModule;
 class DICOMDataObject;
@@ -178,8 +180,7 @@ class KESTREL_API CStorage {
   // the rejection text (or the reason the request could not be made), and the same text goes
   // to the notifier (KESTREL::Notify).
   static PDU_Service* CreateAssociation(const std::string& host, const std::string& port,
-                                        const std::string& callingAE,
-                                        const std::string& calledAE,
+                                        const std::string& callingAE, const std::string& calledAE,
                                         const std::vector<UID>& sopClasses,
                                         const std::vector<UID>& transferSyntaxes);
   // The same; with `notify` false the failure text goes to the last-error text only, for a
@@ -202,6 +203,107 @@ class KESTREL_API CStorage {
   // Releases the association and deletes it; null is allowed.
   static void ReleaseAssociation(PDU_Service* pdu);
 
+  // --- The image store ---
+  //
+  // Layout: root/<Study Instance UID>/<Series Instance UID>/<SOP Instance UID>.dcm, each UID
+  // without its trailing blanks and padding; rejected objects the same way below root/RejSave.
+  // Directories are made one level at a time from the root down. A missing UID leaves its
+  // path component empty (the instance lands one level higher, or as ".dcm"); a UID that is
+  // present but not a well-formed UID (IsSUIDValid) is refused, so that no value ever names a
+  // place outside the root. Files are written beside their name and renamed into place: a
+  // failed save leaves no partial file. A file already there is replaced.
+  //
+  // Failures give 0 and the last-error text: "KESTREL.dll : CStorage::Save(DDO) : Could not
+  // create directory <path>" ("Save(BOOL)" for Save(int)), "KESTREL.dll : CStorage::Save(DDO)
+  // : Could not create image file <path>", or "KESTREL.dll : CStorage::Save(DDO) : Invalid UID
+  // <value>". An empty root is a directory that cannot be made.
+
+  // The image root, set by the host; "" until then.
+  void SetRoot(const std::string& root);
+  const std::string& GetRoot() const;
+
+  // Writes `pDDO` (a plain data object, the caller's; emptied by the encoding) into the store
+  // in the transfer syntax `pszTransferSyntaxUID` (null or "": the one its (0002,0010) names,
+  // else implicit VR little endian). The second form also gives the file's path. 1 or 0.
+  int Save(DICOMDataObject* pDDO, const char* pszTransferSyntaxUID);
+  int Save(DICOMDataObject* pDDO, std::string& path, const char* pszTransferSyntaxUID);
+  // Writes the object's own instance (a copy: the instance stays). With `bOverwrite` 0 a file
+  // already in the store under the instance's name is kept and counts as saved.
+  int Save(int bOverwrite);
+  // Write to an explicit file, no directory logic: the own instance, or `pDDO` (emptied).
+  // Failure texts "KESTREL.dll : CStorage::SaveAs(CString) : Unable to save DICOM object to
+  // <path>" and "KESTREL.dll : CStorage::SaveAs(CString, DICOMDataObject *, char *) : Unable
+  // to save DICOM object to <path>".
+  int SaveAs(const std::string& path);
+  int SaveAs(const std::string& path, DICOMDataObject* pDDO, const char* pszTransferSyntaxUID);
+  // As Save(pDDO, ...) below root/RejSave, made first when it is not a directory.
+  int RejectSave(DICOMDataObject* pDDO, const char* pszTransferSyntaxUID);
+
+  // --- The image database ---
+  //
+  // The values indexed are the object's own (its instance, as Open, Set or Load filled it).
+  // Texts are trimmed of blanks at both ends and cut to 255 characters; only attributes with a
+  // value are written. Values inside quoted SQL literals have their quotes doubled.
+
+  // Indexes the instance: UpdatePatientTable (existing patients are not rewritten),
+  // UpdateStudyTable, UpdateSeriesTable and UpdateImageTable in one transaction that holds
+  // the database's write lock (CDatabase::BeginWriteTrans), so that writers in other threads
+  // or processes never make a second row for the same patient, study or series. A busy
+  // database is waited for: up to 100 tries with 11 to 111 ms between them. Nothing is left
+  // half written: 0 rolls everything back, with the last-error text saying why. When the
+  // study row was added or changed, "NewStudyEvent" is pulsed once the rows are committed.
+  // `pDatabase` is not deleted; when it is not open it is opened with the image database's
+  // default connect string.
+  int UpdateDatabase(CDatabase* pDatabase, const char* pszTransferSyntaxUID);
+  // The same, then the instance is sent (C-STORE, a copy each time) to each destination:
+  // First is the called AE title of a node of the Server table (its host and port are read
+  // there), Second the calling AE title ("KESTREL" when empty). With `bAllOrNothing` non-zero a
+  // destination that cannot be reached fails the call (the rows stay written); otherwise such
+  // failures are logged and the result is that of the indexing. Null `destinations` sends
+  // nothing.
+  int UpdateDatabase(CDatabase* pDatabase, const char* pszTransferSyntaxUID,
+                     Array<CDestination*>* destinations, int bAllOrNothing);
+
+  // Finds the patient by Patient ID and Patient's Name (with the "UHN" setting not 0, by the
+  // ID reduced with StripUHN as a substring of the stored ID, where "%" and "_" match only
+  // themselves). An empty Patient ID is replaced by "U" and the Study Instance UID after its
+  // first character. 2: found with `nUpdate` 0; `patientUID` is its key and nothing is
+  // written. 1: the row was written (the match changed with `nUpdate` not 0, or a new row
+  // added); `patientUID` is its key as the database holds it. 0: failed.
+  int UpdatePatientTable(CDatabase* pDatabase, int32_t& patientUID, int nUpdate);
+  // Finds the study by Study Instance UID. A new row gets the study attributes, the patient
+  // key and the owning patient's Patient ID, [AccessDate] and [AccessTime] now (%Y%m%d,
+  // %H%M%S, local time), [Status] "2NEW" and [Modality] the instance's. An existing row, with
+  // `nUpdate` not 0, gets values only in its empty columns, and the instance's modality is
+  // added to its [Modality] list ("CT\PR"); its status, access time and patient stay. A value
+  // over 255 characters is cut to 244 and ends in "<TRUNCATED>". With `nPulse` not 0,
+  // "NewStudyEvent" is pulsed when the row was added or changed. 1 or 0.
+  int UpdateStudyTable(CDatabase* pDatabase, int32_t patientUID, int nUpdate, int nPulse);
+  // Finds the series by Series Instance UID; a new row gets the series attributes and
+  // [ReferencedStudyComponent] the Study Instance UID; an existing one, with `nUpdate` not 0,
+  // gets values in its empty columns. 1 or 0.
+  int UpdateSeriesTable(CDatabase* pDatabase, int nUpdate);
+  // Finds the image by SOP Instance UID and writes every column from the instance: a new row,
+  // or the existing one rewritten (a column whose attribute is gone becomes null).
+  // [TransferSyntax] is `pszTransferSyntaxUID` (null or "": the instance's (0002,0010), else
+  // implicit VR little endian). This base fills the columns of the modules every image has;
+  // the per-modality classes add their own modules' columns. `nAdded` is 1 for a new row, 0
+  // for a rewritten one. 1 or 0.
+  virtual int UpdateImageTable(CDatabase* pDatabase, int& nAdded, const char* pszTransferSyntaxUID);
+  // 1 when the Study table holds the instance's study, with `patientUID` its patient key; 0
+  // when it does not or the database failed (the last-error text then says so).
+  int DoesStudyExist(CDatabase* pDatabase, int32_t& patientUID);
+
  protected:
   CStorage();
+
+  // The Image row of UpdateImageTable with the columns of `modality` (a table of the
+  // per-modality classes) besides the common ones.
+  struct ModalityColumns;
+  int UpdateImageRow(CDatabase* pDatabase, int& nAdded, const char* pszTransferSyntaxUID,
+                     const ModalityColumns* modality);
+
+ private:
+  std::string root_;
+  bool studyWritten_ = false;  // the last UpdateStudyTable added or changed its row
 };

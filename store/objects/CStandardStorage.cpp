@@ -95,11 +95,14 @@ CStorage* CStandardStorage::Load(const std::string& path, char* pszTransferSynta
   if (pixels->Length) pixelDataLength_ = pixels->Length;
 
   SetUID(dataSet.get());
+  CStorage* storage = CreateStorage(uid_);
+  if (storage) storage->GetIOD()->MoveFrom(dataSet.get());
+  return storage;
+}
+
+CStorage* CStandardStorage::CreateStorage(const UID& sopClassUID) {
   for (const Known& known : kKnownClasses) {
-    if (uid_ != UID(known.uid)) continue;
-    CStorage* storage = known.make();
-    if (storage) storage->GetIOD()->MoveFrom(dataSet.get());
-    return storage;
+    if (sopClassUID == UID(known.uid)) return known.make();
   }
   return nullptr;
 }
