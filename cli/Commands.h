@@ -14,3 +14,4 @@ void AddDicomdirCommand(CLI::App& app, int& exitCode);
 void AddWorklistCommand(CLI::App& app, int& exitCode);
 void AddPrinterCommand(CLI::App& app, int& exitCode);
 void AddPrintCommand(CLI::App& app, int& exitCode);
+void AddImportCommand(CLI::App& app, int& exitCode);

@@ -23,6 +23,8 @@
 #include "NetOptions.h"
 #include "ServeDispatcher.h"
 #include "ServeWorklist.h"
+#include "StoreObject.h"
+#include "kestrel/CDatabase.h"
 #include "kestrel/Socket.h"
 
 namespace fs = std::filesystem;
@@ -39,6 +41,7 @@ struct ServeOptions {
   int port = 11112;
   std::string aeTitle = "KESTREL";
   std::string storeDir;
+  std::string db;  // the image database's connect string; "" for the embedded one
   std::string configFile = "pdu.txt";
   std::string risConnect;
   int64_t timeout = -1;
@@ -97,6 +100,15 @@ int RunServe(const ServeOptions& options) {
     std::cerr << "kestrel serve: cannot create the store directory " << options.storeDir << '\n';
     return kExitLocalFailure;
   }
+  {
+    // The database is made ready once; each association then connects on its own.
+    CDatabase index;
+    std::string why;
+    if (!OpenImageIndex(options.db, index, &why)) {
+      std::cerr << "kestrel serve: " << why << '\n';
+      return kExitLocalFailure;
+    }
+  }
   Socket listener;
   int listening = options.port == 0 ? listener.ListenOnFreePort()
                                     : listener.Listen(std::to_string(options.port).c_str());
@@ -111,6 +123,7 @@ int RunServe(const ServeOptions& options) {
   ServeSettings settings;
   settings.configFile = options.configFile;
   settings.storeDir = options.storeDir;
+  settings.dbConnect = ImageIndexConnect(options.db);
   settings.timeout =
       options.timeout >= 0 ? static_cast<uint32_t>(options.timeout) : Socket::GetDefaultTimeout();
   settings.verbose = options.verbose;
@@ -166,14 +179,19 @@ int RunServe(const ServeOptions& options) {
 void AddServeCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<ServeOptions>();
   CLI::App* cmd = app.add_subcommand(
-      "serve", "run a DICOM node until SIGINT or SIGTERM: C-ECHO, and C-STORE into --store");
+      "serve",
+      "run a DICOM node until SIGINT or SIGTERM: C-ECHO, and C-STORE into the image store and "
+      "database");
   cmd->add_option("--port", options->port, "port to listen on (0: any free port; default 11112)")
       ->check(CLI::Range(0, 65535));
   cmd->add_option("--aet", options->aeTitle, "this node's AE title (default KESTREL)")
       ->check(AETitleValidator());
   cmd->add_option("--store", options->storeDir,
-                  "directory for received objects, written as <SOP Instance UID>.dcm "
-                  "(default $KESTREL_HOME/store)");
+                  "image store for received objects, written as <Study UID>/<Series UID>/<SOP "
+                  "Instance UID>.dcm (default $KESTREL_HOME/store)");
+  cmd->add_option("--db", options->db,
+                  "ODBC connect string of the image database (default: index.db in "
+                  "$KESTREL_HOME, made when missing)");
   cmd->add_option("--ris", options->risConnect,
                   "answer modality worklist C-FIND from the RIS order database behind this ODBC "
                   "connect string");

@@ -1,13 +1,10 @@
 #include "ServeDispatcher.h"
 
 #include <cstdio>
-#include <cstring>
-#include <memory>
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/DIMSEC.h"
 #include "kestrel/PDU_Service.h"
-#include "kestrel/StandardStorage.h"
 #include "kestrel/Verification.h"
 
 namespace {
@@ -30,52 +27,8 @@ class ServePDU : public PDU_Service {
   }
 };
 
-// Writes each object received as "<SOP Instance UID>.dcm" in the store directory (SaveFile
-// form 3: preamble, explicit VR meta group, data set in the transfer syntax it came in).
-class FileStore : public UnknownStorage {
- public:
-  FileStore(Dispatcher& dispatcher, PDU_Service& pdu) : dispatcher_(dispatcher), pdu_(pdu) {}
-
-  uint16_t StoreOn(DICOMCommandObject* request, DICOMDataObject* dataSet,
-                   const UID& transferSyntax) override {
-    UID instance;
-    instance.Set(dataSet->Find(0x0008, 0x0018));
-    std::string name = instance.ToString();
-    if (!IsSafeFileUID(name)) {
-      SetErrorComment("SOP Instance UID missing or not a valid UID");
-      return DIMSEStatus::kUnableToProcess;
-    }
-    std::string path = dispatcher_.Settings().storeDir + "/" + name + ".dcm";
-    uint64_t bytes = dataSet->Length;
-    dispatcher_.LockName(name);
-    bool saved = pdu_.SaveFile(path.c_str(), 3, dataSet, transferSyntax.GetBuffer());
-    dispatcher_.UnlockName(name);
-    if (!saved) {
-      SetErrorComment("The object could not be written to the store");
-      return DIMSEStatus::kOutOfResources;
-    }
-    dispatcher_.Counters().bytes += bytes;
-    saved_ = true;
-    return DIMSEStatus::kSuccess;
-  }
-
-  bool Saved() const { return saved_; }
-
- private:
-  Dispatcher& dispatcher_;
-  PDU_Service& pdu_;
-  bool saved_ = false;
-};
 
 }  // namespace
-
-bool IsSafeFileUID(const std::string& uid) {
-  if (uid.empty() || uid.size() > 64 || uid[0] < '0' || uid[0] > '9') return false;
-  for (char c : uid) {
-    if ((c < '0' || c > '9') && c != '.') return false;
-  }
-  return true;
-}
 
 Dispatcher::Dispatcher(ServeSettings settings, ServeCounters& counters)
     : settings_(std::move(settings)), counters_(counters) {}
@@ -149,16 +102,5 @@ void AddEchoHandler(Dispatcher& dispatcher) {
                    if (!verification.Read(&pdu, request)) return false;
                    ++dispatcher.Counters().echoes;
                    return true;
-                 });
-}
-
-void AddStoreHandler(Dispatcher& dispatcher) {
-  dispatcher.Add(CStoreRQ::kCommandField,
-                 [&dispatcher](PDU_Service& pdu, DICOMCommandObject* request) {
-                   FileStore store(dispatcher, pdu);
-                   DICOMDataObject dataSet;
-                   bool answered = store.Read(&pdu, request, &dataSet);
-                   ++(store.Saved() ? dispatcher.Counters().stored : dispatcher.Counters().failed);
-                   return answered;
                  });
 }

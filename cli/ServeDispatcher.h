@@ -19,7 +19,8 @@ class DICOMCommandObject;
 
 struct ServeSettings {
   std::string configFile;  // association configuration file; missing means accept all
-  std::string storeDir;    // where received objects are written
+  std::string storeDir;    // the image store's root
+  std::string dbConnect;   // the image database that indexes the store
   uint32_t timeout = 0;    // socket receive time-out, seconds
   bool verbose = false;
 };
@@ -46,8 +47,8 @@ class Dispatcher {
 
   const ServeSettings& Settings() const { return settings_; }
   ServeCounters& Counters() { return counters_; }
-  // Serialises writers of the same file name across associations: SaveFile writes
-  // "<name>.partial" first, which two writers must not share.
+  // Serialises writers of the same instance across associations: its file is written as
+  // "<name>.partial" first, which two writers must not share, and indexed after.
   void LockName(const std::string& name);
   void UnlockName(const std::string& name);
 
@@ -62,10 +63,6 @@ class Dispatcher {
   std::set<std::string> namesInUse_;
 };
 
-// The handlers of this version of the server.
+// The handlers of this version of the server. The C-STORE one is in ServeStore.cpp.
 void AddEchoHandler(Dispatcher& dispatcher);
 void AddStoreHandler(Dispatcher& dispatcher);
-
-// Whether `uid` may name a file in the store: 1 to 64 characters, digits and dots only,
-// starting with a digit. Anything else could leave the store directory.
-bool IsSafeFileUID(const std::string& uid);

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   AddDicomdirCommand(app, exitCode);
   AddPrinterCommand(app, exitCode);
   AddPrintCommand(app, exitCode);
+  AddImportCommand(app, exitCode);
 
   try {
     app.parse(argc, argv);
