@@ -60,9 +60,12 @@ class Serve:
     """kestrel serve on a free port, stopped with SIGTERM."""
 
     def __init__(self, store, *extra, cwd=None):
+        # A home of its own, for the image database when no --db is given.
+        self.home = tempfile.mkdtemp()
         self.process = subprocess.Popen(
             [KESTREL, "serve", "--port", "0", "--store", store, *extra],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, cwd=cwd)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, cwd=cwd,
+            env=dict(os.environ, KESTREL_HOME=self.home))
         line = self.process.stdout.readline()
         if "listening on port" not in line:
             self.process.kill()
@@ -81,6 +84,7 @@ class Serve:
         self.stderr = self.process.stderr.read()
         self.process.stdout.close()
         self.process.stderr.close()
+        shutil.rmtree(self.home, ignore_errors=True)
         return self.process.returncode
 
 
@@ -202,6 +206,16 @@ def differences(sent, stored, where="", problems=None):
         elif unpadded(value_bytes(a)) != unpadded(value_bytes(b)):
             problems.append("%s: value differs" % label)
     return problems
+
+
+def stored_path(store, ds):
+    """Where kestrel serve keeps an instance: <store>/<study>/<series>/<instance>.dcm."""
+    return os.path.join(store, ds.StudyInstanceUID, ds.SeriesInstanceUID,
+                        ds.SOPInstanceUID + ".dcm")
+
+
+def files_below(directory):
+    return [os.path.join(d, f) for d, _, names in os.walk(directory) for f in names]
 
 
 def sendable_samples():
@@ -373,7 +387,7 @@ class StoreToKestrel(unittest.TestCase):
                     self.assertEqual(result.returncode, 0,
                                      "%s: %s" % (name, result.stderr.decode()[-400:]))
                     sent = pydicom.dcmread(path)
-                    received = os.path.join(store, "%s.dcm" % sent.SOPInstanceUID)
+                    received = stored_path(store, sent)
                     self.assertTrue(os.path.exists(received), name)
                     stored = pydicom.dcmread(received)
                     self.assertEqual(stored.file_meta.MediaStorageSOPInstanceUID,
@@ -385,7 +399,7 @@ class StoreToKestrel(unittest.TestCase):
             finally:
                 self.assertEqual(server.stop(), 0)
             self.assertIn("%d objects stored" % len(samples), server.stderr)
-            self.assertEqual(os.listdir(store), [], "nothing but the objects sent")
+            self.assertEqual(files_below(store), [], "nothing but the objects sent")
 
     def test_eight_peers_storing_at_once(self):
         with tempfile.TemporaryDirectory() as work:
@@ -411,11 +425,11 @@ class StoreToKestrel(unittest.TestCase):
                     self.assertEqual(process.returncode, 0, err.decode())
             finally:
                 self.assertEqual(server.stop(), 0)
-            self.assertEqual(len(os.listdir(store)), 48)
+            self.assertEqual(len(files_below(store)), 48)
             for folder in peers:
                 for name in os.listdir(folder):
                     sent = pydicom.dcmread(os.path.join(folder, name))
-                    stored = pydicom.dcmread(os.path.join(store, sent.SOPInstanceUID + ".dcm"))
+                    stored = pydicom.dcmread(stored_path(store, sent))
                     self.assertEqual(differences(sent, stored), [])
 
 
