@@ -132,6 +132,7 @@ void CDatabase::Close() {
   Impl& d = *impl_;
   if (!d.open) return;
   // Statements first: they must not outlive their connection.
+  d.selects.clear();
   auto dependents = std::move(d.dependents);
   d.dependents.clear();
   for (auto& entry : dependents) entry.second();
@@ -236,6 +237,18 @@ void EndTransaction(CDatabase::Impl& d, SQLSMALLINT completion) {
 void CDatabase::CommitTrans() { EndTransaction(*impl_, SQL_COMMIT); }
 
 void CDatabase::Rollback() { EndTransaction(*impl_, SQL_ROLLBACK); }
+
+kestrel_store::Statement& CDatabase::Impl::PreparedSelect(const std::string& sql) {
+  constexpr size_t kLimit = 32;
+  for (auto& entry : selects) {
+    if (entry.first == sql) return *entry.second;
+  }
+  if (selects.size() >= kLimit) selects.erase(selects.begin());
+  auto statement = std::make_unique<kestrel_store::Statement>(handle(), QueryTimeout());
+  statement->Prepare(sql);
+  selects.emplace_back(sql, std::move(statement));
+  return *selects.back().second;
+}
 
 namespace kestrel_store {
 

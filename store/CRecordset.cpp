@@ -262,6 +262,7 @@ struct CRecordset::State {
     rows.clear();
     deleted.clear();
     rowsRead = 0;
+    if (openType != forwardOnly && ExecutePrepared(filter, sort)) return;
     sql = kestrel_store::TranslateSql(BuildSql(filter, sort), db->dialect);
     auto statement = std::make_unique<Statement>(db->handle(), db->QueryTimeout());
     statement->ExecDirect(sql);
@@ -274,8 +275,35 @@ struct CRecordset::State {
       if (!StepCursor()) bof = true;
       return;
     }
-    while (statement->Fetch()) rows.push_back(ReadRow(*statement));
-    statement->CloseCursor();
+    ReadAll(*statement);
+  }
+
+  // On SQLite, a filter's literals become parameters of a statement the connection keeps
+  // prepared: the same look-up with other values is not parsed again. False when the filter
+  // has no literals (or the database is another), and the caller runs the statement as it is.
+  bool ExecutePrepared(const std::string& filter, const std::string& sort) {
+    if (db->dialect.kind != kestrel_store::DialectKind::kSQLite) return false;
+    std::vector<std::string> values;
+    const std::string parameterized = kestrel_store::ParameterizeLiterals(filter, &values);
+    if (values.empty()) return false;
+    sql = kestrel_store::TranslateSql(BuildSql(parameterized, sort), db->dialect);
+    Statement& statement = db->PreparedSelect(sql);
+    Parameters parameters;
+    for (std::string& value : values) {
+      Cell cell;
+      cell.null = false;
+      cell.text = std::move(value);
+      parameters.Add(FieldType::kText, cell);
+    }
+    statement.Execute(parameters);
+    MapColumns(statement);
+    ReadAll(statement);
+    return true;
+  }
+
+  void ReadAll(Statement& statement) {
+    while (statement.Fetch()) rows.push_back(ReadRow(statement));
+    statement.CloseCursor();
     deleted.assign(rows.size(), false);
     rowsRead = static_cast<long>(rows.size());
     if (rows.empty()) {

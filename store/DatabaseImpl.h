@@ -5,7 +5,9 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kestrel/CDatabase.h"
@@ -31,6 +33,11 @@ struct CDatabase::Impl {
   // Record sets with statements on this connection, each with the function that lets go of
   // them; run before the connection closes, as statements must not outlive it.
   std::map<const void*, std::function<void()>> dependents;
+
+  // SELECT statements prepared once and run again with new parameters (SQLite, where preparing
+  // costs more than running a short query), by their text; a few dozen at most.
+  std::vector<std::pair<std::string, std::unique_ptr<kestrel_store::Statement>>> selects;
+  kestrel_store::Statement& PreparedSelect(const std::string& sql);
 
   SQLHDBC handle() const { return connection.get(); }
 

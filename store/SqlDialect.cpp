@@ -113,6 +113,44 @@ std::string Trim(const std::string& text) {
   return text.substr(begin, end - begin);
 }
 
+std::string ParameterizeLiterals(const std::string& sql, std::vector<std::string>* values) {
+  values->clear();
+  std::string text;
+  size_t i = 0;
+  while (i < sql.size()) {
+    const char c = sql[i];
+    if (c == '\'') {
+      std::string value;
+      bool closed = false;
+      for (++i; i < sql.size() && !closed; ++i) {
+        if (sql[i] != '\'') {
+          value += sql[i];
+        } else if (i + 1 < sql.size() && sql[i + 1] == '\'') {
+          value += sql[i++];  // '' stands for one quote
+        } else {
+          closed = true;
+        }
+      }
+      if (!closed) {
+        values->clear();
+        return sql;
+      }
+      values->push_back(value);
+      text += '?';
+    } else if (c == '"' || c == '[') {
+      std::string name;
+      const size_t end = c == '"' ? EndOfQuoted(sql, i) : ReadBracketed(sql, i, &name);
+      const size_t stop = end == std::string::npos ? sql.size() : (c == '"' ? end : end + 1);
+      text.append(sql, i, stop - i);
+      i = stop;
+    } else {
+      text += c;
+      ++i;
+    }
+  }
+  return text;
+}
+
 Dialect DialectFor(const std::string& dbmsName, const std::string& quoteChar) {
   Dialect dialect;
   dialect.quote = quoteChar.empty() ? ' ' : quoteChar[0];

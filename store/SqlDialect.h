@@ -29,6 +29,11 @@ Dialect DialectFor(const std::string& dbmsName, const std::string& quoteChar);
 // An opening bracket without its closing one is left as it is, for the database to refuse.
 std::string TranslateSql(const std::string& sql, const Dialect& dialect);
 
+// The statement with each string literal ('...', with '' inside standing for one quote) outside
+// quoted names and brackets replaced by the parameter marker "?", and the literals' values, in
+// order, in `values`. Text with an unterminated literal comes back as it is, with no values.
+std::string ParameterizeLiterals(const std::string& sql, std::vector<std::string>* values);
+
 // A table named in the designed form ("[Patient]", "[dbo].[OrderTable]", "Patient"), split
 // into schema and table as the database's catalog stores them (for catalog calls such as the
 // primary key lookup): brackets removed, lower-cased for PostgreSQL, [dbo] dropped for SQLite.

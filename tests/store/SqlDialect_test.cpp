@@ -153,4 +153,25 @@ TEST(SqlDialectTest, SplitsScriptsOnSemicolonsOutsideLiteralsAndNames) {
   EXPECT_EQ(statements[2], "SELECT \"q;q\"");
 }
 
+TEST(SqlDialectTest, LiteralsBecomeParametersOutsideNames) {
+  struct Case {
+    std::string sql, parameterized;
+    std::vector<std::string> values;
+  } cases[] = {
+      {"[PatientID]='O''1' AND [PatientsName] Is Null",
+       "[PatientID]=? AND [PatientsName] Is Null",
+       {"O'1"}},
+      {"[PatientID] LIKE '%5\\_1%' ESCAPE '\\'", "[PatientID] LIKE ? ESCAPE ?", {"%5\\_1%", "\\"}},
+      {"[it's] = '' AND \"o'k\" = 'x'", "[it's] = ? AND \"o'k\" = ?", {"", "x"}},
+      {"[PatientUID]=5", "[PatientUID]=5", {}},
+      {"[A]='unterminated", "[A]='unterminated", {}},
+      {"[A]='ends in a doubled quote''", "[A]='ends in a doubled quote''", {}},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> values{"stale"};
+    EXPECT_EQ(kestrel_store::ParameterizeLiterals(c.sql, &values), c.parameterized) << c.sql;
+    EXPECT_EQ(values, c.values) << c.sql;
+  }
+}
+
 }  // namespace
