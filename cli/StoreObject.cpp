@@ -74,6 +74,35 @@ bool CheckNaming(DICOMDataObject* dataSet, std::string uids[3], StoreResult* ref
   return true;
 }
 
+// Takes the value of Pixel Data (7FE0,0010) out of its element while it lives, and puts it back
+// after: the storage object that indexes an image needs no copy of its pixels.
+class PixelsSetAside {
+ public:
+  explicit PixelsSetAside(DICOMDataObject* dataSet) : pixels_(dataSet->Find(0x7FE0, 0x0010)) {
+    if (!pixels_) return;
+    data_ = pixels_->Data;
+    length_ = pixels_->Length;
+    items_ = pixels_->SequenceItems;
+    pixels_->Data = nullptr;
+    pixels_->Length = 0;
+    pixels_->SequenceItems = nullptr;
+  }
+  ~PixelsSetAside() {
+    if (!pixels_) return;
+    pixels_->Data = data_;
+    pixels_->Length = length_;
+    pixels_->SequenceItems = items_;
+  }
+  PixelsSetAside(const PixelsSetAside&) = delete;
+  PixelsSetAside& operator=(const PixelsSetAside&) = delete;
+
+ private:
+  VR* pixels_;
+  void* data_ = nullptr;
+  uint32_t length_ = 0;
+  Array<DICOMDataObject*>* items_ = nullptr;
+};
+
 }  // namespace
 
 StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyntax,
@@ -103,8 +132,12 @@ StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyn
     result.path = root + "/RejSave/" + uids[0] + "/" + uids[1] + "/" + uids[2] + ".dcm";
     return result;
   }
-  if (!storage->Set(dataSet))
-    return Result(StoreOutcome::kFailed, kCannotUnderstand, "The data set cannot be read");
+  bool read;
+  {
+    PixelsSetAside pixels(dataSet);
+    read = storage->Set(dataSet);
+  }
+  if (!read) return Result(StoreOutcome::kFailed, kCannotUnderstand, "The data set cannot be read");
 
   std::error_code error;
   const bool existed = fs::exists(file, error);
