@@ -132,7 +132,7 @@ void CDatabase::Close() {
   Impl& d = *impl_;
   if (!d.open) return;
   // Statements first: they must not outlive their connection.
-  d.selects.clear();
+  d.kept.clear();
   auto dependents = std::move(d.dependents);
   d.dependents.clear();
   for (auto& entry : dependents) entry.second();
@@ -238,16 +238,16 @@ void CDatabase::CommitTrans() { EndTransaction(*impl_, SQL_COMMIT); }
 
 void CDatabase::Rollback() { EndTransaction(*impl_, SQL_ROLLBACK); }
 
-kestrel_store::Statement& CDatabase::Impl::PreparedSelect(const std::string& sql) {
+kestrel_store::Statement& CDatabase::Impl::KeptStatement(const std::string& sql) {
   constexpr size_t kLimit = 32;
-  for (auto& entry : selects) {
+  for (auto& entry : kept) {
     if (entry.first == sql) return *entry.second;
   }
-  if (selects.size() >= kLimit) selects.erase(selects.begin());
+  if (kept.size() >= kLimit) kept.erase(kept.begin());
   auto statement = std::make_unique<kestrel_store::Statement>(handle(), QueryTimeout());
   statement->Prepare(sql);
-  selects.emplace_back(sql, std::move(statement));
-  return *selects.back().second;
+  kept.emplace_back(sql, std::move(statement));
+  return *kept.back().second;
 }
 
 namespace kestrel_store {

@@ -287,7 +287,7 @@ struct CRecordset::State {
     const std::string parameterized = kestrel_store::ParameterizeLiterals(filter, &values);
     if (values.empty()) return false;
     sql = kestrel_store::TranslateSql(BuildSql(parameterized, sort), db->dialect);
-    Statement& statement = db->PreparedSelect(sql);
+    Statement& statement = db->KeptStatement(sql);
     Parameters parameters;
     for (std::string& value : values) {
       Cell cell;
@@ -460,6 +460,9 @@ struct CRecordset::State {
   // --- writing ---
 
   Statement& PreparedStatement(const std::string& text) {
+    // On SQLite the connection keeps the statements, for the next set that writes the same way.
+    if (db->dialect.kind == kestrel_store::DialectKind::kSQLite && !(options & executeDirect))
+      return db->KeptStatement(text);
     for (auto& entry : prepared) {
       if (entry.first == text) return *entry.second;
     }

@@ -34,10 +34,10 @@ struct CDatabase::Impl {
   // them; run before the connection closes, as statements must not outlive it.
   std::map<const void*, std::function<void()>> dependents;
 
-  // SELECT statements prepared once and run again with new parameters (SQLite, where preparing
-  // costs more than running a short query), by their text; a few dozen at most.
-  std::vector<std::pair<std::string, std::unique_ptr<kestrel_store::Statement>>> selects;
-  kestrel_store::Statement& PreparedSelect(const std::string& sql);
+  // Statements prepared once and run again with new parameters (SQLite, where preparing costs
+  // more than running a short query), by their text; a few dozen at most.
+  std::vector<std::pair<std::string, std::unique_ptr<kestrel_store::Statement>>> kept;
+  kestrel_store::Statement& KeptStatement(const std::string& sql);
 
   SQLHDBC handle() const { return connection.get(); }
 
