@@ -1,12 +1,12 @@
 #!/usr/bin/python3
 """Test data for bench/convert_vs_dcmconv.sh, and the check of the converted files.
 
-  make_data.py generate WORKDIR [--scale S]
+  make_data.py generate WORKDIR [--scale S] [--sets ct,small,large]
       WORKDIR/in/ct/      a CT series: 300 axial 512x512 16-bit slices
       WORKDIR/in/small/   5,000 small CT images of 64x64 pixels
       WORKDIR/in/large/   one Enhanced CT file of 800 frames of 512x512 16-bit (about 400 MB)
     All in explicit VR little endian, with preamble and file meta. --scale multiplies the
-    three counts (0.05 makes a quick run).
+    three counts (0.05 makes a quick run); --sets makes only some of them.
 
   make_data.py check IN OUT [OUT...]
       Each OUT must be in implicit VR little endian and hold the same elements with the same
@@ -239,11 +239,16 @@ def generate(args):
         "small": max(1, round(5000 * scale)),
         "frames": max(1, round(800 * scale)),
     }
-    write_series(os.path.join(work, "in", "ct"), counts["ct"], 512, "ct")
-    write_series(os.path.join(work, "in", "small"), counts["small"], 64, "sm")
-    write_multiframe(os.path.join(work, "in", "large", "multiframe.dcm"), counts["frames"], 512)
-    print(f"generated {counts['ct']} CT slices, {counts['small']} small images, "
-          f"one file of {counts['frames']} frames under {work}/in")
+    if "ct" in args.sets:
+        write_series(os.path.join(work, "in", "ct"), counts["ct"], 512, "ct")
+    if "small" in args.sets:
+        write_series(os.path.join(work, "in", "small"), counts["small"], 64, "sm")
+    if "large" in args.sets:
+        write_multiframe(os.path.join(work, "in", "large", "multiframe.dcm"), counts["frames"],
+                         512)
+    made = {"ct": f"{counts['ct']} CT slices", "small": f"{counts['small']} small images",
+            "large": f"one file of {counts['frames']} frames"}
+    print("generated " + ", ".join(made[s] for s in made if s in args.sets) + f" under {work}/in")
 
 
 def pixel_digest(path, ds):
@@ -302,6 +307,7 @@ def main():
     g = sub.add_parser("generate")
     g.add_argument("workdir")
     g.add_argument("--scale", type=float, default=1.0)
+    g.add_argument("--sets", default="ct,small,large", help="which of ct, small, large to make")
     c = sub.add_parser("check")
     c.add_argument("input")
     c.add_argument("outputs", nargs="+")

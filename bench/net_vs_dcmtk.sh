@@ -91,7 +91,9 @@ start_storescp() {  # port dir
 
 start_serve() {  # dir; sets serve_pid and serve_port
   local out="$work/serve.out"
-  "$kestrel" serve --port 0 --quiet --store "$1" > "$out" 2>"$work/serve.err" &
+  # The image database of each pass starts empty, beside the folder it indexes.
+  rm -rf "$1.home"
+  KESTREL_HOME="$1.home" "$kestrel" serve --port 0 --quiet --store "$1" > "$out" 2>"$work/serve.err" &
   serve_pid=$!
   pids+=("$serve_pid")
   for _ in $(seq 200); do
