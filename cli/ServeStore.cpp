@@ -1,7 +1,7 @@
 // The C-STORE handler of `kestrel serve`: every object received is saved in the image store and
 // indexed in the image database before the response goes out; the response says Success only
 // when the file and its four rows are there, and otherwise carries a failure status with an
-// Error Comment saying why.
+// Error Comment (0000,0902) saying why.
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -17,54 +17,7 @@
 
 namespace {
 
-constexpr uint16_t kCommandGroup = 0x0000;
-constexpr uint16_t kAffectedSOPClassUID = 0x0002;
-constexpr uint16_t kMessageID = 0x0110;
-constexpr uint16_t kMessageIDBeingRespondedTo = 0x0120;
-constexpr uint16_t kAffectedSOPInstanceUID = 0x1000;
-constexpr uint16_t kCommandField = 0x0100;
-constexpr uint16_t kDataSetType = 0x0800;
-constexpr uint16_t kStatus = 0x0900;
-constexpr uint16_t kErrorComment = 0x0902;
-constexpr uint16_t kNoDataSet = 0x0101;
 constexpr char kImplicitLittle[] = "1.2.840.10008.1.2";
-
-bool PushBytes(DICOMObject* to, uint16_t element, const void* data, uint32_t length, uint8_t pad) {
-  auto vr = std::make_unique<VR>(kCommandGroup, element, length, true);
-  if (length && !vr->Data) return false;
-  if (length) std::memcpy(vr->Data, data, length);
-  if (vr->Length > length) static_cast<char*>(vr->Data)[length] = static_cast<char>(pad);
-  if (!to->Push(vr.get())) return false;
-  vr.release();
-  return true;
-}
-
-bool PushUS(DICOMObject* to, uint16_t element, uint16_t value) {
-  return PushBytes(to, element, &value, 2, 0);
-}
-
-bool CopyFrom(DICOMObject* from, DICOMObject* to, uint16_t element) {
-  VR* vr = from->Find(kCommandGroup, element);
-  return !vr || PushBytes(to, element, vr->Data, vr->Data ? vr->Length : 0, 0);
-}
-
-// The C-STORE-RSP of PS3.7 9.3.1.2, with an Error Comment (LO, up to 64 characters) when the
-// status is a failure.
-bool AnswerStore(PDU_Service& pdu, DICOMCommandObject* request, uint16_t status,
-                 const std::string& comment) {
-  DICOMCommandObject response;
-  const std::string text = comment.substr(0, 64);
-  bool built = CopyFrom(request, &response, kAffectedSOPClassUID) &&
-               PushUS(&response, kCommandField, CStoreRSP::kCommandField) &&
-               PushUS(&response, kMessageIDBeingRespondedTo,
-                      request->GetUInt16(kCommandGroup, kMessageID)) &&
-               PushUS(&response, kDataSetType, kNoDataSet) && PushUS(&response, kStatus, status) &&
-               CopyFrom(request, &response, kAffectedSOPInstanceUID);
-  if (built && status != DIMSEStatus::kSuccess && !text.empty())
-    built =
-        PushBytes(&response, kErrorComment, text.data(), static_cast<uint32_t>(text.size()), ' ');
-  return built && pdu.WriteOnContext(&response, pdu.GetLastPresentationContextID(), true);
-}
 
 // The transfer syntax the data set came in: that of the context its request used.
 std::string ReceivedSyntax(PDU_Service& pdu) {
@@ -76,8 +29,9 @@ std::string ReceivedSyntax(PDU_Service& pdu) {
 // Records the sender as the file's Source Application Entity Title (PS3.10 7.1).
 void NameSender(PDU_Service& pdu, DICOMDataObject* dataSet) {
   const std::string sender = pdu.GetCallingAETitle();
+  if (sender.empty()) return;
   auto vr = std::make_unique<VR>(0x0002, 0x0016, static_cast<uint32_t>(sender.size()), true);
-  if (!sender.empty() && !vr->Data) return;
+  if (!vr->Data) return;
   std::memcpy(vr->Data, sender.data(), sender.size());
   if (vr->Length > sender.size()) static_cast<char*>(vr->Data)[sender.size()] = ' ';
   vr->TypeCode = MakeTypeCode('A', 'E');
@@ -148,6 +102,6 @@ void AddStoreHandler(Dispatcher& dispatcher) {
                        pdu.GetCallingAETitle().c_str(), result.status, result.comment.c_str(),
                        result.detail.empty() ? "" : ": ", result.detail.c_str());
         }
-        return AnswerStore(pdu, request, result.status, result.comment) != 0;
+        return CStoreRSP::Write(&pdu, request, result.status, result.comment) != 0;
       });
 }
