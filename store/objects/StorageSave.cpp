@@ -1,8 +1,11 @@
 // Saving instances into the image store: the study/series/instance layout under the root,
 // the rejected-object area, and writing to a named file.
+#include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <string>
 #include <system_error>
 
@@ -115,6 +118,29 @@ bool WriteFile(const std::string& path, DICOMDataObject* object, const char* tra
   return codec.SaveFile(path.c_str(), 3, object, transferSyntax);
 }
 
+// A name beside `path` that no other writer uses, in this process or another.
+std::string WriterOwnName(const std::string& path) {
+  static const uint64_t process = (uint64_t{std::random_device{}()} << 32) | std::random_device{}();
+  static std::atomic<uint64_t> next{0};
+  char suffix[48];
+  std::snprintf(suffix, sizeof suffix, ".%016llx-%llu", static_cast<unsigned long long>(process),
+                static_cast<unsigned long long>(next++));
+  return path + suffix;
+}
+
+// Writes a file of the store. Two writers of one instance (two associations, two processes
+// sharing the store) each write a file of their own and rename it into place: the last one
+// wins whole, and neither can disturb the other's half-written file.
+bool WriteStoreFile(const std::string& path, DICOMDataObject* object, const char* transferSyntax) {
+  const std::string own = WriterOwnName(path);
+  if (!WriteFile(own, object, transferSyntax)) return false;
+  std::error_code error;
+  fs::rename(own, path, error);
+  if (!error) return true;
+  fs::remove(own, error);
+  return false;
+}
+
 // Writes `object` under `top` in the layout study/series/instance.dcm.
 bool SaveUnder(const std::string& top, DICOMDataObject* object, const char* transferSyntax,
                const char* logPrefix, const char* directoryFailure, std::string* path) {
@@ -129,7 +155,7 @@ bool SaveUnder(const std::string& top, DICOMDataObject* object, const char* tran
              naming.Series().c_str(), naming.Instance().c_str());
   if (top.empty()) return Fail(directoryFailure + ("Could not create directory " + study));
   if (!MakeDirectories(series, directoryFailure)) return false;
-  if (!WriteFile(file, object, transferSyntax))
+  if (!WriteStoreFile(file, object, transferSyntax))
     return Fail(kSaveDDO + ("Could not create image file " + file));
   if (path) *path = file;
   return true;

@@ -245,14 +245,18 @@ class StoreAndIndex(unittest.TestCase):
     def test_sixteen_peers_at_once(self):
         for backend in backends():
             with self.subTest(backend=backend):
-                self.sixteen_peers(backend, servers=1)
-                shutil.rmtree(self.store)
+                try:
+                    self.sixteen_peers(backend, servers=1)
+                finally:
+                    shutil.rmtree(self.store, ignore_errors=True)
 
     def test_two_servers_sharing_one_store_and_database(self):
         for backend in backends():
             with self.subTest(backend=backend):
-                self.sixteen_peers(backend, servers=2)
-                shutil.rmtree(self.store)
+                try:
+                    self.sixteen_peers(backend, servers=2)
+                finally:
+                    shutil.rmtree(self.store, ignore_errors=True)
 
     def test_peer_killed_mid_object(self):
         index = self.index("sqlite")
