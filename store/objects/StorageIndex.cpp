@@ -140,6 +140,31 @@ bool AddModality(std::string& list, const std::string& modality) {
   return true;
 }
 
+// The columns of a study row being added.
+void FillNewStudy(CStudySet& set, ImageIODModule* iod, int32_t patientUID,
+                  const std::string& patientID) {
+  FillColumns(set, kStudyColumns, iod, Fill::kPresent, FitStudyValue);
+  store_objects::Assign(set, set.ReferencedStudySequence, FitStudyValue(ReferencedStudiesText(iod)),
+                        Fill::kPresent);
+  set.StudyInstanceUID = CutToColumn(AttributeText(iod, 0x0020, 0x000D));
+  set.PatientUID = patientUID;
+  if (!patientID.empty()) set.PatientID = patientID;
+  const std::string modality = CutToColumn(AttributeText(iod, 0x0008, 0x0060));
+  if (!modality.empty()) set.Modality = modality;
+  set.AccessDate = LocalNow("%Y%m%d");
+  set.AccessTime = LocalNow("%H%M%S");
+  set.Status = kNewStudyStatus;
+}
+
+// An existing study row takes values only in its empty columns, and the instance's modality in
+// its list; true when something changed.
+bool CompleteStudy(CStudySet& set, ImageIODModule* iod) {
+  bool changed = FillColumns(set, kStudyColumns, iod, Fill::kEmptyOnly, FitStudyValue);
+  changed |= store_objects::Assign(set, set.ReferencedStudySequence,
+                                   FitStudyValue(ReferencedStudiesText(iod)), Fill::kEmptyOnly);
+  return AddModality(set.Modality, CutToColumn(AttributeText(iod, 0x0008, 0x0060))) || changed;
+}
+
 // The patient filter (the "UHN" setting chooses exact or substring matching of the ID).
 std::string PatientFilter(const std::string& patientID, const std::string& name) {
   if (GetRegLocalMachineInt("UHN", 0) == 0) {
@@ -156,6 +181,21 @@ std::string PatientFilter(const std::string& patientID, const std::string& name)
                                like.c_str())
                       : Printf("[PatientID] LIKE '%%%s%%' ESCAPE '\\' AND [PatientsName] = '%s'",
                                like.c_str(), SqlText(name).c_str());
+}
+
+// The set does not show a row it added: the new patient's key is read back from the database,
+// the newest row the set's filter finds (the write lock of UpdateDatabase keeps other writers
+// out meanwhile). 1, or 0 with the last-error text set.
+int ReadBackNewKey(CPatientSet& set, int32_t& patientUID) {
+  try {
+    set.Sort = "[PatientUID] DESC";
+    set.Requery();
+  } catch (const CDBException& e) {
+    return Failed("UpdatePatientTable", e.GetErrorMessage());
+  }
+  if (set.IsEOF()) return Failed("UpdatePatientTable", "the new patient row cannot be read back");
+  patientUID = set.PatientUID;
+  return 1;
 }
 
 // The Patient ID of the patient row with key `patientUID`, or "" when there is none.
@@ -227,19 +267,7 @@ int CStorage::UpdatePatientTable(CDatabase* pDatabase, int32_t& patientUID, int 
   }
   FillColumns(set, kPatientColumns, iod, Fill::kPresent);
   if (!set.Update()) return Failed("UpdatePatientTable", set.ErrorText);
-  if (!adding) {
-    patientUID = set.PatientUID;
-    return 1;
-  }
-  // The set does not show the row it added: its key is read back from the database, the
-  // newest row the filter finds (the write lock of UpdateDatabase keeps other writers out).
-  try {
-    set.Sort = "[PatientUID] DESC";
-    set.Requery();
-  } catch (const CDBException& e) {
-    return Failed("UpdatePatientTable", e.GetErrorMessage());
-  }
-  if (set.IsEOF()) return Failed("UpdatePatientTable", "the new patient row cannot be read back");
+  if (adding) return ReadBackNewKey(set, patientUID);
   patientUID = set.PatientUID;
   return 1;
 }
@@ -248,7 +276,6 @@ int CStorage::UpdateStudyTable(CDatabase* pDatabase, int32_t patientUID, int nUp
   studyWritten_ = false;
   ImageIODModule* iod = GetIOD();
   const std::string study = CutToColumn(AttributeText(iod, 0x0020, 0x000D));
-  const std::string modality = CutToColumn(AttributeText(iod, 0x0008, 0x0060));
   CStudySet set(pDatabase);
   set.Filter = Printf("[StudyInstanceUID]='%s'", SqlText(study).c_str());
   if (!set.Open()) return 0;
@@ -256,28 +283,15 @@ int CStorage::UpdateStudyTable(CDatabase* pDatabase, int32_t patientUID, int nUp
     std::string patientID = PatientIDOf(pDatabase, patientUID);
     if (patientID.empty()) patientID = CutToColumn(AttributeText(iod, 0x0010, 0x0020));
     set.AddNew();
-    FillColumns(set, kStudyColumns, iod, Fill::kPresent, FitStudyValue);
-    store_objects::Assign(set, set.ReferencedStudySequence,
-                          FitStudyValue(ReferencedStudiesText(iod)), Fill::kPresent);
-    set.StudyInstanceUID = study;
-    set.PatientUID = patientUID;
-    if (!patientID.empty()) set.PatientID = patientID;
-    if (!modality.empty()) set.Modality = modality;
-    set.AccessDate = LocalNow("%Y%m%d");
-    set.AccessTime = LocalNow("%H%M%S");
-    set.Status = kNewStudyStatus;
-  } else if (nUpdate != 0) {
+    FillNewStudy(set, iod, patientUID, patientID);
+  } else if (nUpdate == 0) {
+    return 1;
+  } else {
     set.Edit();
-    bool changed = FillColumns(set, kStudyColumns, iod, Fill::kEmptyOnly, FitStudyValue);
-    changed |= store_objects::Assign(set, set.ReferencedStudySequence,
-                                     FitStudyValue(ReferencedStudiesText(iod)), Fill::kEmptyOnly);
-    changed |= AddModality(set.Modality, modality);
-    if (!changed) {
+    if (!CompleteStudy(set, iod)) {
       set.CancelUpdate();
       return 1;
     }
-  } else {
-    return 1;
   }
   if (!set.Update()) return Failed("UpdateStudyTable", set.ErrorText);
   studyWritten_ = true;

@@ -141,6 +141,12 @@ bool WriteStoreFile(const std::string& path, DICOMDataObject* object, const char
   return false;
 }
 
+// The instance's file below `top`: study directory, series directory, instance.
+std::string InstanceFile(const std::string& top, const Naming& naming) {
+  return Printf("%s/%s%s/%s/%s.dcm", top.c_str(), kStudyPrefix, naming.Study().c_str(),
+                naming.Series().c_str(), naming.Instance().c_str());
+}
+
 // Writes `object` under `top` in the layout study/series/instance.dcm.
 bool SaveUnder(const std::string& top, DICOMDataObject* object, const char* transferSyntax,
                const char* logPrefix, const char* directoryFailure, std::string* path) {
@@ -150,9 +156,7 @@ bool SaveUnder(const std::string& top, DICOMDataObject* object, const char* tran
   const std::string study = Printf("%s/%s%s", top.c_str(), kStudyPrefix, naming.Study().c_str());
   const std::string series = Printf("%s/%s%s/%s", top.c_str(), kStudyPrefix, naming.Study().c_str(),
                                     naming.Series().c_str());
-  const std::string file =
-      Printf("%s/%s%s/%s/%s.dcm", top.c_str(), kStudyPrefix, naming.Study().c_str(),
-             naming.Series().c_str(), naming.Instance().c_str());
+  const std::string file = InstanceFile(top, naming);
   if (top.empty()) return Fail(directoryFailure + ("Could not create directory " + study));
   if (!MakeDirectories(series, directoryFailure)) return false;
   if (!WriteStoreFile(file, object, transferSyntax))
@@ -185,14 +189,16 @@ int CStorage::Save(DICOMDataObject* pDDO, std::string& path, const char* pszTran
 
 int CStorage::Save(int bOverwrite) {
   std::unique_ptr<DICOMDataObject> copy = CopyOf(*this);
-  if (!copy) return Fail(kSaveDDO + std::string("Could not create image file ")) ? 1 : 0;
+  if (!copy) {
+    Fail(kSaveDDO + std::string("Could not create image file "));
+    return 0;
+  }
   if (!bOverwrite) {
     const Naming naming = ReadNaming(copy.get(), kSaveLog);
-    const std::string file =
-        Printf("%s/%s%s/%s/%s.dcm", root_.c_str(), kStudyPrefix, naming.Study().c_str(),
-               naming.Series().c_str(), naming.Instance().c_str());
     std::error_code error;
-    if (!root_.empty() && CheckNaming(naming) && fs::is_regular_file(file, error)) return 1;
+    if (!root_.empty() && CheckNaming(naming) &&
+        fs::is_regular_file(InstanceFile(root_, naming), error))
+      return 1;
   }
   return SaveUnder(root_, copy.get(), nullptr, kSaveLog, kSaveBOOL, nullptr) ? 1 : 0;
 }
