@@ -20,14 +20,12 @@ import tempfile
 import unittest
 
 import pydicom
-from pydicom.datadict import dictionary_VR, tag_for_keyword
 from pydicom.filebase import DicomBytesIO
 from pydicom.filewriter import write_dataset
 from pydicom.uid import generate_uid
 
-from loopback import free_port
 from net_interop_test import (CT_IMAGE, KESTREL, SAMPLES, Serve, associate_rq, differences,
-                              have_tools, read_pdu, sendable_samples)
+                              files_below, have_tools, read_pdu, sendable_samples, stored_path)
 
 PG = os.environ.get("KESTREL_TEST_PG", "")
 PROPOSE = {"1.2.840.10008.1.2": ["-xi"], "1.2.840.10008.1.2.1": ["-xe"],
@@ -51,25 +49,11 @@ def run(*args, timeout=120, env=None):
 
 
 def text_of(ds, keyword):
-    """An attribute's value as the index holds it: text up to a zero byte, trimmed of blanks;
-    binary numbers in decimal, joined by "\\"."""
-    tag = tag_for_keyword(keyword)
-    if tag not in ds:
-        return ""
-    element = ds.get_item(tag)
-    raw = element.value if isinstance(element.value, bytes) else None
-    vr = element.VR or dictionary_VR(tag)
-    if raw is None:
-        value = ds[tag].value
-        if value is None:
-            return ""
-        return "\\".join(map(str, value)) if isinstance(value, (list, pydicom.multival.MultiValue)) \
-            else str(value).strip(" ")
-    if vr in ("US", "SS"):
-        order = "<" if ds.is_little_endian else ">"
-        form = order + ("H" if vr == "US" else "h") * (len(raw) // 2)
-        return "\\".join(map(str, struct.unpack(form, raw)))
-    return raw.split(b"\0")[0].decode("latin-1").strip(" ")
+    """An attribute's value as the index holds it: trimmed, several values joined by "\\"."""
+    value = ds.get(keyword)
+    if isinstance(value, pydicom.multival.MultiValue):
+        return "\\".join(str(v) for v in value)
+    return "" if value is None else str(value).split("\0")[0].strip(" ")
 
 
 class Index:
@@ -113,13 +97,7 @@ def backends():
 
 
 def stored_files(store):
-    return sorted(os.path.relpath(os.path.join(d, f), store)
-                  for d, _, names in os.walk(store) for f in names)
-
-
-def layout_path(store, ds):
-    return os.path.join(store, ds.StudyInstanceUID, ds.SeriesInstanceUID,
-                        ds.SOPInstanceUID + ".dcm")
+    return sorted(os.path.relpath(f, store) for f in files_below(store))
 
 
 def make_series(folder, count, study=None, series=None, patient=("P1", "DOE^JANE"), side=None):
@@ -204,7 +182,7 @@ class StoreAndIndex(unittest.TestCase):
         finally:
             self.assertEqual(server.stop(), 0)
         sent = [pydicom.dcmread(path) for path, _ in sources]
-        stored = [pydicom.dcmread(layout_path(self.store, ds)) for ds in sent]
+        stored = [pydicom.dcmread(stored_path(self.store, ds)) for ds in sent]
         for ds, kept in zip(sent, stored):
             # A deflated data set is inflated by storescu for a server that does not take it.
             if ds.file_meta.TransferSyntaxUID != CONVERSIONS["+td"]:
@@ -239,24 +217,17 @@ class StoreAndIndex(unittest.TestCase):
         sent = [pydicom.dcmread(os.path.join(f, n)) for f in set(folders) for n in os.listdir(f)]
         self.assertEqual(len(stored_files(self.store)), 150)
         for ds in sent:
-            self.assertEqual(differences(ds, pydicom.dcmread(layout_path(self.store, ds))), [])
+            self.assertEqual(differences(ds, pydicom.dcmread(stored_path(self.store, ds))), [])
         self.assert_indexed(index, sent)
 
-    def test_sixteen_peers_at_once(self):
+    def test_sixteen_peers_at_once_into_one_server_or_two_sharing_the_store(self):
         for backend in backends():
-            with self.subTest(backend=backend):
-                try:
-                    self.sixteen_peers(backend, servers=1)
-                finally:
-                    shutil.rmtree(self.store, ignore_errors=True)
-
-    def test_two_servers_sharing_one_store_and_database(self):
-        for backend in backends():
-            with self.subTest(backend=backend):
-                try:
-                    self.sixteen_peers(backend, servers=2)
-                finally:
-                    shutil.rmtree(self.store, ignore_errors=True)
+            for servers in (1, 2):
+                with self.subTest(backend=backend, servers=servers):
+                    try:
+                        self.sixteen_peers(backend, servers)
+                    finally:
+                        shutil.rmtree(self.store, ignore_errors=True)
 
     def test_peer_killed_mid_object(self):
         index = self.index("sqlite")
@@ -286,7 +257,7 @@ class StoreAndIndex(unittest.TestCase):
             self.assertEqual(result.returncode, 0, result.stderr)
         finally:
             self.assertEqual(server.stop(), 0)
-        self.assertEqual(stored_files(self.store), [os.path.relpath(layout_path(self.store, ds),
+        self.assertEqual(stored_files(self.store), [os.path.relpath(stored_path(self.store, ds),
                                                                     self.store)])
         self.assertEqual(len(index.rows("Image")), 1)
 
@@ -307,11 +278,11 @@ class StoreAndIndex(unittest.TestCase):
             self.assertEqual(len(statuses), 12, result.stderr[-500:])
             stored = stored_files(self.store)
             self.assertEqual(statuses.count("0000"), len(stored))
+            self.assertEqual(set(statuses), {"0000", "a700"})  # Refused: Out of Resources
             self.assertGreater(len(stored), 0)
-            self.assertEqual(statuses.count("a700"), 12 - len(stored))
             self.assertEqual(len(re.findall(r"\(0000,0902\) LO \[Could not write the image file",
                                             result.stderr)), 12 - len(stored))
-            self.assertFalse([f for f in stored if f.endswith(".partial")])
+            self.assertFalse([f for f in stored if not f.endswith(".dcm")])
             self.assertEqual(len(index.rows("Image")), len(stored))
             for name in stored:
                 self.assertEqual(len(pydicom.dcmread(os.path.join(self.store, name)).PixelData),

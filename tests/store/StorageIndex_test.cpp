@@ -1,14 +1,11 @@
 // Indexing stored instances on both databases: patient matching (exact, by the "UHN" substring,
 // with quotes, "%" and "_" in the values), the key of a new patient, the study's status and
-// modalities, rewriting an image row, one transaction for the four rows, and many writers.
+// modalities, rewriting an image row, one transaction for the four rows. Many writers at once
+// are tested through kestrel serve (tests/interop/store_interop_test.py).
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "kestrel/CStandardStorage.h"
 #include "kestrel/CStorage.h"
@@ -211,38 +208,6 @@ TEST_P(StorageIndexTest, ANewStudyPulsesTheEventOnceItIsCommitted) {
   auto storage = Make({"P1", "A^B", "6.1", "6.1.1", "6.1.1.1"});
   ASSERT_TRUE(storage->UpdateDatabase(&database, nullptr));
   EXPECT_TRUE(event.Wait(5000));
-}
-
-// Writers on their own connections, as the workers of a storage node: the same patient,
-// study and series from every one, an instance sent twice, and a database held busy by
-// another writer for a while.
-TEST_P(StorageIndexTest, ManyWritersMakeOneRowPerPatientStudyAndSeries) {
-  constexpr int kWriters = 8, kImages = 6;
-  CDatabase holder;
-  holder.Open(test_->connect());
-  holder.BeginWriteTrans();
-  std::atomic<int> failures{0};
-  std::vector<std::thread> writers;
-  for (int w = 0; w < kWriters; ++w) {
-    writers.emplace_back([&, w] {
-      CDatabase own;
-      own.Open(test_->connect());
-      for (int i = 0; i < kImages; ++i) {
-        // Writers 0 and 1 send the same instances.
-        const std::string sop = "7.1.1." + std::to_string(w < 2 ? 0 : w) + "." + std::to_string(i);
-        auto storage = Make({"P1", "SAME^PATIENT", "7.1", "7.1.1", sop.c_str()});
-        if (!storage || !storage->UpdateDatabase(&own, nullptr)) ++failures;
-      }
-    });
-  }
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  holder.CommitTrans();
-  for (std::thread& t : writers) t.join();
-  EXPECT_EQ(failures, 0);
-  EXPECT_EQ(Count<CPatientSet>(database), 1);
-  EXPECT_EQ(Count<CStudySet>(database), 1);
-  EXPECT_EQ(Count<CSeriesSet>(database), 1);
-  EXPECT_EQ(Count<CImageSet>(database), (kWriters - 1) * kImages);
 }
 
 }  // namespace
