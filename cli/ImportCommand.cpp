@@ -107,6 +107,10 @@ int RunImport(const ImportCommandOptions& options) {
 
 int ImportFiles(const std::vector<InputFile>& files, const ImportOptions& options) {
   const std::string root = options.storeDir.empty() ? DefaultStoreRoot() : options.storeDir;
+  if (root.empty()) {
+    std::cerr << "kestrel import: no --store, and no Kestrel home ($KESTREL_HOME or $HOME)\n";
+    return kExitLocalFailure;
+  }
   std::error_code error;
   fs::create_directories(root, error);
   if (!fs::is_directory(root, error)) {

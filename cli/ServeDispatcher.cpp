@@ -27,7 +27,6 @@ class ServePDU : public PDU_Service {
   }
 };
 
-
 }  // namespace
 
 Dispatcher::Dispatcher(ServeSettings settings, ServeCounters& counters)

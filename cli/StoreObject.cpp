@@ -160,7 +160,10 @@ std::string ImageIndexConnect(const std::string& connect) {
   return connect.empty() ? KESTREL::GetEmbeddedImageConnect(KESTREL::GetKestrelHome()) : connect;
 }
 
-std::string DefaultStoreRoot() { return KESTREL::GetKestrelHome() + "/store"; }
+std::string DefaultStoreRoot() {
+  const std::string home = KESTREL::GetKestrelHome();
+  return home.empty() ? std::string() : home + "/store";
+}
 
 bool OpenImageIndex(const std::string& connect, CDatabase& database, std::string* error) {
   if (connect.empty() && !KESTREL::PrepareEmbeddedDatabase(KESTREL::GetKestrelHome())) {

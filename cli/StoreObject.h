@@ -43,5 +43,5 @@ StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyn
 bool OpenImageIndex(const std::string& connect, CDatabase& database, std::string* error);
 // The connect string OpenImageIndex opened: `connect`, or the home's embedded database.
 std::string ImageIndexConnect(const std::string& connect);
-// The Kestrel home's image store.
+// The Kestrel home's image store; "" when there is no home ($KESTREL_HOME and $HOME unset).
 std::string DefaultStoreRoot();
