@@ -157,13 +157,16 @@ class StoreAndIndex(unittest.TestCase):
 
     def test_storescu_of_every_transfer_syntax(self):
         sources, seen = [], set()
-        for path, options in sendable_samples():
-            ds = pydicom.dcmread(path, stop_before_pixels=True)
-            if ds.SOPInstanceUID not in seen:
-                seen.add(ds.SOPInstanceUID)
-                sources.append((path, options or PROPOSE[ds.file_meta.TransferSyntaxUID]))
         converted = os.path.join(self.work, "converted")
         os.mkdir(converted)
+        for path, options in sendable_samples():
+            ds = pydicom.dcmread(path)
+            if ds.SOPInstanceUID in seen:  # a sample in another syntax: a new instance
+                ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = generate_uid()
+                path = os.path.join(converted, os.path.basename(path))
+                ds.save_as(path)
+            seen.add(ds.SOPInstanceUID)
+            sources.append((path, options or PROPOSE[ds.file_meta.TransferSyntaxUID]))
         for sample in ("CT_small.dcm", "MR_small.dcm", "rtplan.dcm"):
             for option, syntax in CONVERSIONS.items():
                 ds = pydicom.dcmread(os.path.join(SAMPLES, sample))
