@@ -320,6 +320,28 @@ class StoreAndIndex(unittest.TestCase):
                 self.assert_indexed(index, [pydicom.dcmread(p) for p in paths])
                 shutil.rmtree(self.store)
 
+    def test_serve_refuses_objects_without_a_place_and_sets_aside_images_without_pixels(self):
+        folder = os.path.join(self.work, "in")
+        nostudy, nopixels = make_series(folder, 2)
+        ds = pydicom.dcmread(nostudy)
+        del ds.StudyInstanceUID
+        ds.save_as(nostudy)
+        ds = pydicom.dcmread(nopixels)
+        del ds.PixelData
+        ds.save_as(nopixels)
+        index = self.index("sqlite")
+        server = self.serve(index)
+        try:
+            result = run("storescu", "-d", "-nh", "127.0.0.1", server.port, nostudy, nopixels)
+        finally:
+            self.assertEqual(server.stop(), 0)
+        self.assertEqual(re.findall(r"DIMSE Status +: 0x(\w+)", result.stderr), ["a900"] * 2)
+        self.assertEqual(re.findall(r"\(0000,0902\) LO \[([^]]*)\]", result.stderr),
+                         ["No Study Instance UID", "No Pixel Data: not an image, set aside"])
+        self.assertEqual(stored_files(self.store),
+                         [os.path.relpath(stored_path(self.store + "/RejSave", ds), self.store)])
+        self.assertEqual(index.rows("Image"), [])
+
     def test_import_reports_what_it_sets_aside(self):
         folder = os.path.join(self.work, "in")
         make_series(folder, 2)
