@@ -186,8 +186,7 @@ class KESTREL_API CStorage {
   // The same; with `notify` false the failure text goes to the last-error text only, for a
   // caller that reports it itself.
   static PDU_Service* CreateAssociation(const std::string& host, const std::string& port,
-                                        const std::string& callingAE,
-                                        const std::string& calledAE,
+                                        const std::string& callingAE, const std::string& calledAE,
                                         const std::vector<UID>& sopClasses,
                                         const std::vector<UID>& transferSyntaxes, bool notify);
   // One C-STORE of `pDDO` (the caller's; emptied by the encoding), or of the object's own
