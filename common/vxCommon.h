@@ -1,8 +1,8 @@
 #pragma once
 
-// Stand-in for the maker's closed common library. The functions keep the closed library's
-// names and argument shapes so that the real one could be linked in its place; everything the
-// library needs from it is declared here and nothing else.
+// The common library: settings, the log, patient-identifier clean-up. The functions keep the
+// names and argument shapes of the common library, so that another build of it could be linked
+// in its place; everything the library needs from it is declared here and nothing else.
 //
 // Settings are read from the INI file named by $KESTREL_SETTINGS (else
 // /etc/kestrel/settings.ini), section "SOFTWARE\Vexa Medical\Vexa\Settings", on every call.

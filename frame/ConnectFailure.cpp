@@ -60,7 +60,8 @@ std::string BuildConnectFailureText(const PDU_Service& association, const std::s
           "transfer syntax)";
       break;
     case Failure::kNone:
-      // Nothing was recorded: the designed text for an unexplained failure.
+      // Nothing was recorded: the rejection text built from zeros, the text of an
+      // unexplained failure.
       return BuildRejectionText(association.GetRejectResult(), association.GetRejectSource(),
                                 association.GetRejectReason());
   }

@@ -112,8 +112,8 @@ bool StartToolkit() {
 
 }  // namespace
 
-// Registering with the host's application framework, the first step on the desktop, has no
-// counterpart here. Without a slot the rest of start-up is skipped, but the library still loads.
+// There is no application framework to register with on Linux. Without a slot the rest of start-up
+// is skipped, but the library still loads.
 void AttachProcess() {
   if (attached) return;
   attached = true;
@@ -123,7 +123,7 @@ void AttachProcess() {
 }
 
 // Blocks of other threads still running are freed when those threads exit, as long as the slot
-// exists; deleting it leaves them to the process's end, as on the desktop.
+// exists; deleting it leaves them to the process's end.
 void DetachProcess() {
   if (!attached) return;
   attached = false;

@@ -52,7 +52,7 @@ bool KindOf(const std::string& word, AcceptanceTable::Kind* kind) {
 
 }  // namespace
 
-// Two passes, as designed: the first counts the rows of each kind and sizes the lists, the
+// Two passes: the first counts the rows of each kind and sizes the lists, the
 // second (after rewinding) stores them.
 void AcceptanceTable::Load(const char* fileName) {
   for (auto& rows : rows_) rows.clear();

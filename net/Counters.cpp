@@ -10,7 +10,7 @@ std::atomic<uint16_t> messageCounter{1};
 
 }  // namespace
 
-// fetch_add on the narrow types wraps exactly as the designed "add 2, keep the low bits".
+// fetch_add on the narrow types wraps exactly as "add 2, keep the low bits" must.
 uint8_t DrawPresentationContextID() {
   return static_cast<uint8_t>(presentationContextCounter.fetch_add(2) + 2);
 }

@@ -3,7 +3,7 @@
 // The operating system seam of the network layer: every socket call of the library goes
 // through here, with the Linux bodies in SocketPlatform_posix.cpp; no other file of net/
 // includes a system header. Addresses and ports cross this seam in network byte order, as the
-// designed socket code keeps them.
+// socket code keeps them.
 //
 // The two resolvers can be replaced, so that a test can see which names reach them without
 // depending on the machine's name service.
@@ -14,14 +14,14 @@
 namespace KESTREL {
 namespace sockets {
 
-using Handle = int;  // a file descriptor; the designed "no socket" value is 0
+using Handle = int;  // a file descriptor; "no socket" is 0
 
 // The last socket error of the calling thread (errno).
 int LastError();
 
 // Starting and stopping the socket library: nothing to do on Linux beyond keeping the count,
-// but the calls keep the designed start-up and clean-up points visible. StartUp gives 0 on
-// success, as the desktop call does.
+// but the calls keep the start-up and clean-up points visible. StartUp gives 0 on
+// success.
 int StartUp();
 void CleanUp();
 

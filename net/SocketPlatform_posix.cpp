@@ -37,7 +37,7 @@ bool SystemResolveHost(const char* name, uint32_t* address) {
   return ok;
 }
 
-// getservbyname with no protocol, as designed; the reentrant form, since several threads may
+// getservbyname with no protocol; the reentrant form, since several threads may
 // resolve at once.
 bool SystemResolveService(const char* name, uint16_t* port) {
   servent entry{};

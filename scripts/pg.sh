@@ -12,8 +12,8 @@
 #                     and make one database per test (the role may create databases)
 #
 # Roles: "kestrel" (password "secret", checked: a wrong password is refused), and the two user
-# names of the designed connect strings, "admin" and "sa", which log in from loopback without a
-# password as the designed strings carry none. The cluster runs with fsync off unless
+# names of the library's default connect strings, "admin" and "sa", which log in from loopback without a
+# password as those strings carry none. The cluster runs with fsync off unless
 # --durable is given: tests want speed, benchmarks want figures a site would see.
 # PostgreSQL refuses to run as root; as root the cluster runs as the "postgres" user that the
 # Debian package creates (or "nobody" when it is missing).

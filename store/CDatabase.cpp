@@ -19,7 +19,7 @@ constexpr char kPostgreSQLLockWait[] = "SET lock_timeout = 100";  // millisecond
 // for the whole database ("KESTREL" in ASCII), so that index writers take turns.
 constexpr char kPostgreSQLWriteLock[] = "SELECT pg_advisory_xact_lock(23713617613966412)";
 
-// The desktop form "ODBC;DSN=..." carries a prefix that the driver manager does not know.
+// The form "ODBC;DSN=..." carries a prefix that the driver manager does not know.
 std::string WithoutOdbcPrefix(const std::string& connect) {
   const std::string trimmed = Trim(connect);
   if (trimmed.size() >= 5 && EqualsIgnoreCase(trimmed.substr(0, 5), "ODBC;")) {

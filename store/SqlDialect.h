@@ -1,6 +1,6 @@
 #pragma once
 
-// How the designed SQL, written with bracketed identifiers, is said to each database. No ODBC
+// How the library's SQL, written with bracketed identifiers, is said to each database. No ODBC
 // here: the functions work on text and are tested on their own.
 
 #include <string>
@@ -9,7 +9,7 @@
 namespace kestrel_store {
 
 enum class DialectKind {
-  kSQLite,      // `...` quoting; no schemas, so the desktop owner prefix [dbo]. is dropped
+  kSQLite,      // `...` quoting; no schemas, so the owner prefix [dbo]. is dropped
   kPostgreSQL,  // "..." quoting of the lower-cased name, the form PostgreSQL folds bare names to
   kOther,       // the driver's own quote character, names as written
 };
@@ -34,7 +34,7 @@ std::string TranslateSql(const std::string& sql, const Dialect& dialect);
 // order, in `values`. Text with an unterminated literal comes back as it is, with no values.
 std::string ParameterizeLiterals(const std::string& sql, std::vector<std::string>* values);
 
-// A table named in the designed form ("[Patient]", "[dbo].[OrderTable]", "Patient"), split
+// A table named in the bracketed form ("[Patient]", "[dbo].[OrderTable]", "Patient"), split
 // into schema and table as the database's catalog stores them (for catalog calls such as the
 // primary key lookup): brackets removed, lower-cased for PostgreSQL, [dbo] dropped for SQLite.
 struct CatalogName {

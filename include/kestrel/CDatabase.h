@@ -16,8 +16,8 @@ class KESTREL_API CDatabase {
   CDatabase(const CDatabase&) = delete;
   CDatabase& operator=(const CDatabase&) = delete;
 
-  // Connects with an ODBC connect string, with or without the leading "ODBC;" of the desktop
-  // form: "ODBC;DSN=DICOMServer;UID=admin" and "DRIVER=SQLite3;Database=/x/index.db" both work.
+  // Connects with an ODBC connect string, with or without a leading "ODBC;":
+  // "ODBC;DSN=DICOMServer;UID=admin" and "DRIVER=SQLite3;Database=/x/index.db" both work.
   // The driver is never allowed to prompt. A connection that is already open is closed first.
   // Throws CDBException with the driver's SQLSTATE and text when the connection fails (a
   // missing DSN, a server that is down, a wrong password); the login waits at most 15 s.

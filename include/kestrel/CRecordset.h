@@ -2,7 +2,7 @@
 
 // The plain record set: a cursor over the rows of one table, a join or a SELECT statement, whose
 // columns are bound by name to member fields of a derived class. Operations that fail throw
-// CDBException, as the desktop framework's record sets did; CBasicRecordset wraps the common
+// CDBException; CBasicRecordset wraps the common
 // ones so that nothing is thrown to its callers.
 
 #include <cstdint>

@@ -107,7 +107,7 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   int Multiplex(const char* port);
   int ServeSocket(int handle);
 
-  // Additions to the designed interface.
+  // For servers, tests and the requesters that need more than the calls above.
   //
   // Sends A-ABORT (service user, no reason) when connected, and closes. Always 1.
   int Abort();

@@ -53,7 +53,7 @@ class KESTREL_API Socket {
   enum class OpenFailure : uint8_t { kNone, kHostUnknown, kServiceUnknown, kConnect };
   OpenFailure GetOpenFailure() const { return openFailure_; }
 
-  // Additions to the designed interface, for servers and tests.
+  // For servers and tests.
   //
   // Listens on a port the system chooses (Listen("0") would look up a service named "0").
   int ListenOnFreePort();

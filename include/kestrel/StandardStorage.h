@@ -39,7 +39,7 @@ class KESTREL_API StandardStorage : public CStoreRQ, public CStoreRSP {
   virtual int uGetUID(UID& uid);
   virtual ~StandardStorage();
 
-  // Addition to the designed hooks, called by the acceptor flow (Read) with each object
+  // A hook beside GetUID, called by the acceptor flow (Read) with each object
   // received and the transfer syntax it came in: the status to answer with (PS3.4 Table
   // B.2-1). The object stays the caller of Read's. By default it takes the object as it is and
   // answers Success; a store overrides it to keep the object.

@@ -54,7 +54,7 @@ int ExitCode(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-TEST(NewStudyEventNameTest, TheLibraryUsesTheDesignedName) {
+TEST(NewStudyEventNameTest, TheLibraryUsesTheSharedName) {
   EXPECT_EQ(KESTREL::NewStudyEventName(), "/NewStudyEvent");
 }
 

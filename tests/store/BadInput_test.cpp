@@ -1,5 +1,5 @@
 // What a caller of the image database's sets sees when the database cannot be had: FALSE from
-// Open, the designed text in the last-error text, no exception and no endless wait.
+// Open, the library's text in the last-error text, no exception and no endless wait.
 #include <gtest/gtest.h>
 
 #include <chrono>

@@ -362,7 +362,7 @@ TEST_P(CRecordsetTest, RequeryUsesTheCurrentFilterAndSort) {
   set.Sort = "[Name] DESC";
   ASSERT_TRUE(set.Requery());
   EXPECT_EQ(IdsInOrder(set), (std::vector<int>{3, 2, 1}));
-  // The statement run is the designed text in the driver's quoting.
+  // The statement run is the set's SQL in the driver's quoting.
   const std::string sql = set.GetSQL();
   EXPECT_NE(sql.find(IsSQLite() ? "`Count` <= 30" : "\"count\" <= 30"), std::string::npos) << sql;
   EXPECT_NE(sql.find("ORDER BY"), std::string::npos) << sql;

@@ -70,7 +70,7 @@ TEST(DatabaseSetupTest, TheWrittenDataSourcesReachTheEmbeddedFile) {
     ASSERT_TRUE(KESTREL::CreateImageTables(embedded)) << KESTREL::GetLastErrorText();
     embedded.ExecuteSQL("INSERT INTO [Server] ([AE Title]) VALUES ('EMBEDDED')");
   }
-  // The designed default connect string finds the same file.
+  // The default connect string finds the same file.
   CServersSet set;
   ASSERT_TRUE(set.Open()) << set.ErrorText;
   EXPECT_EQ(set.AETitle, "EMBEDDED");
