@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/CommonPlatform.h"
+#include "CommonPlatform.h"
 
 namespace vxcommon {
 namespace {

@@ -1,6 +1,6 @@
 #include <string>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 
 #include <cerrno>
 #include <climits>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/CommonPlatform.h"
+#include "CommonPlatform.h"
 
 namespace {
 

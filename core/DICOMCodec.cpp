@@ -1,7 +1,7 @@
 #include "kestrel/DICOMCodec.h"
 
-#include "core/TransferSyntax.h"
-#include "core/ValueContext.h"
+#include "TransferSyntax.h"
+#include "ValueContext.h"
 #include "kestrel/RTC.h"
 
 namespace {

@@ -4,9 +4,9 @@
 #include <new>
 #include <string>
 
-#include "core/TransferSyntax.h"
-#include "core/ValueContext.h"
-#include "core/ValueRepresentation.h"
+#include "TransferSyntax.h"
+#include "ValueContext.h"
+#include "ValueRepresentation.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/RTC.h"
 

@@ -2,9 +2,9 @@
 #include <cstring>
 #include <memory>
 
-#include "core/TransferSyntax.h"
-#include "core/ValueContext.h"
-#include "core/ValueRepresentation.h"
+#include "TransferSyntax.h"
+#include "ValueContext.h"
+#include "ValueRepresentation.h"
 #include "kestrel/DICOMCodec.h"
 
 namespace {

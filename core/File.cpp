@@ -1,4 +1,4 @@
-#include "core/File.h"
+#include "File.h"
 
 #include <atomic>
 

@@ -7,8 +7,8 @@
 #include <new>
 #include <string>
 
-#include "core/File.h"
-#include "core/TransferSyntax.h"
+#include "File.h"
+#include "TransferSyntax.h"
 #include "kestrel/DICOMCodec.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/ModulePath.h"
+#include "ModulePath.h"
 #include "kestrel/RTC.h"
 
 namespace {

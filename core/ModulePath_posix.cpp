@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "core/ModulePath.h"
+#include "ModulePath.h"
 
 namespace KESTREL {
 

@@ -1,4 +1,4 @@
-#include "core/PrivateDictionary.h"
+#include "PrivateDictionary.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "kestrel/RTC.h"
 
-#include "core/File.h"
+#include "File.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "core/TransferSyntax.h"
+#include "TransferSyntax.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
-#include "core/ValueContext.h"
+#include "ValueContext.h"
 
-#include "core/PrivateDictionary.h"
+#include "PrivateDictionary.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
 

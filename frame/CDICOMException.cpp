@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "frame/DimseStatus.h"
+#include "DimseStatus.h"
 #include "kestrel/DICOMObject.h"
 
 namespace KESTREL {

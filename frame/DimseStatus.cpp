@@ -1,4 +1,4 @@
-#include "frame/DimseStatus.h"
+#include "DimseStatus.h"
 
 #include "kestrel/CDICOMException.h"
 

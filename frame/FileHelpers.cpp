@@ -1,9 +1,9 @@
-#include "frame/FileHelpers.h"
+#include "FileHelpers.h"
 
 #include <map>
 #include <mutex>
 
-#include "frame/FileLog.h"
+#include "FileLog.h"
 
 namespace KESTREL {
 namespace {

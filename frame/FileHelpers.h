@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "frame/Platform.h"
+#include "Platform.h"
 
 namespace KESTREL {
 

@@ -1,4 +1,4 @@
-#include "frame/FileLog.h"
+#include "FileLog.h"
 
 #include <atomic>
 #include <cstdio>

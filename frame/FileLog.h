@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "frame/Platform.h"
+#include "Platform.h"
 
 namespace KESTREL {
 

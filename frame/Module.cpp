@@ -1,11 +1,11 @@
-#include "frame/Module.h"
+#include "Module.h"
 
 #include <atomic>
 #include <cstdlib>
 
-#include "common/vxCommon.h"
-#include "frame/Platform.h"
-#include "frame/Tkadv.h"
+#include "vxCommon.h"
+#include "Platform.h"
+#include "Tkadv.h"
 #include "kestrel/Notifier.h"
 
 namespace KESTREL {

@@ -1,4 +1,4 @@
-#include "frame/Module.h"
+#include "Module.h"
 
 // The dynamic loader runs these when libkestrel.so is loaded into a process and unloaded from
 // it: process attach and detach. Threads need no counterpart:

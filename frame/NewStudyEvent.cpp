@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-#include "frame/NewStudyEventName.h"
-#include "frame/Platform.h"
+#include "NewStudyEventName.h"
+#include "Platform.h"
 
 namespace KESTREL {
 namespace {

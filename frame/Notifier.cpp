@@ -3,8 +3,8 @@
 #include <atomic>
 #include <cstdio>
 
-#include "common/vxCommon.h"
-#include "frame/Platform.h"
+#include "vxCommon.h"
+#include "Platform.h"
 
 namespace KESTREL {
 namespace {

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "frame/Platform.h"
+#include "Platform.h"
 
 namespace KESTREL {
 namespace platform {

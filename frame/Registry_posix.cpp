@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "frame/Platform.h"
+#include "Platform.h"
 
 namespace KESTREL {
 namespace platform {

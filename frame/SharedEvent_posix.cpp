@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <new>
 
-#include "frame/Platform.h"
+#include "Platform.h"
 
 namespace KESTREL {
 namespace platform {

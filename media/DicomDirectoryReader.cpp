@@ -11,9 +11,9 @@
 
 #include "kestrel/CDicomDirectory.h"
 #include "kestrel/Status.h"
-#include "media/DirectoryParser.h"
-#include "media/FileIDs.h"
-#include "media/RecordTypes.h"
+#include "DirectoryParser.h"
+#include "FileIDs.h"
+#include "RecordTypes.h"
 
 namespace fs = std::filesystem;
 using dicomdir::Record;

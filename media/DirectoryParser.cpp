@@ -1,4 +1,4 @@
-#include "media/DirectoryParser.h"
+#include "DirectoryParser.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "media/DirectoryWriter.h"
+#include "DirectoryWriter.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -8,7 +8,7 @@
 
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/UID.h"
-#include "media/DirectoryParser.h"
+#include "DirectoryParser.h"
 
 namespace fs = std::filesystem;
 

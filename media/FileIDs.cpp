@@ -1,4 +1,4 @@
-#include "media/FileIDs.h"
+#include "FileIDs.h"
 
 #include <filesystem>
 #include <system_error>

@@ -17,10 +17,10 @@
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/Status.h"
-#include "media/DirectoryParser.h"
-#include "media/DirectoryWriter.h"
-#include "media/FileIDs.h"
-#include "media/RecordTypes.h"
+#include "DirectoryParser.h"
+#include "DirectoryWriter.h"
+#include "FileIDs.h"
+#include "RecordTypes.h"
 
 namespace fs = std::filesystem;
 using dicomdir::OutElement;

@@ -1,4 +1,4 @@
-#include "media/RecordTypes.h"
+#include "RecordTypes.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "net/AcceptanceTable.h"
+#include "AcceptanceTable.h"
 
 #include <strings.h>
 

@@ -1,11 +1,11 @@
-#include "net/CommandSet.h"
+#include "CommandSet.h"
 
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "kestrel/PDU_Service.h"
-#include "net/Counters.h"
+#include "Counters.h"
 
 namespace KESTREL {
 namespace command {

@@ -1,4 +1,4 @@
-#include "net/Counters.h"
+#include "Counters.h"
 
 #include <atomic>
 

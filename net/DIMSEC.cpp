@@ -7,7 +7,7 @@
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
-#include "net/CommandSet.h"
+#include "CommandSet.h"
 
 using namespace KESTREL::command;
 

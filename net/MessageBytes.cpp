@@ -1,9 +1,9 @@
-#include "net/MessageBytes.h"
+#include "MessageBytes.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "net/TransportBuffer.h"
+#include "TransportBuffer.h"
 
 namespace KESTREL {
 

@@ -1,9 +1,9 @@
-#include "net/PDUItems.h"
+#include "PDUItems.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "net/Counters.h"
+#include "Counters.h"
 
 PresentationContext::PresentationContext()
     : PresentationContextID(KESTREL::DrawPresentationContextID()) {}

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "net/Counters.h"
-#include "net/PDU_ServiceState.h"
+#include "Counters.h"
+#include "PDU_ServiceState.h"
 
 namespace pdu = KESTREL::pdu;
 using KESTREL::AcceptanceTable;

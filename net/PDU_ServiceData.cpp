@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "kestrel/PDU_Service.h"
-#include "net/PDU_ServiceState.h"
+#include "PDU_ServiceState.h"
 
 namespace pdu = KESTREL::pdu;
 

@@ -7,10 +7,10 @@
 
 #include "kestrel/ByteBuffer.h"
 #include "kestrel/PDU_Service.h"
-#include "net/AcceptanceTable.h"
-#include "net/MessageBytes.h"
-#include "net/PDUItems.h"
-#include "net/TransportBuffer.h"
+#include "AcceptanceTable.h"
+#include "MessageBytes.h"
+#include "PDUItems.h"
+#include "TransportBuffer.h"
 
 struct PDU_Service::State {
   explicit State(PDU_Service* owner)

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "common/vxCommon.h"
-#include "net/SocketPlatform.h"
+#include "vxCommon.h"
+#include "SocketPlatform.h"
 
 namespace sockets = KESTREL::sockets;
 

@@ -14,7 +14,7 @@
 #include <climits>
 #include <cstring>
 
-#include "net/SocketPlatform.h"
+#include "SocketPlatform.h"
 
 namespace KESTREL {
 namespace sockets {

@@ -4,7 +4,7 @@
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
-#include "net/CommandSet.h"
+#include "CommandSet.h"
 
 namespace command = KESTREL::command;
 

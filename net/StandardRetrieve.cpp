@@ -7,7 +7,7 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/StandardStorage.h"
-#include "net/CommandSet.h"
+#include "CommandSet.h"
 
 namespace command = KESTREL::command;
 

@@ -5,7 +5,7 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/PresentationContext.h"
-#include "net/CommandSet.h"
+#include "CommandSet.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "net/TransportBuffer.h"
+#include "TransportBuffer.h"
 
 #include <algorithm>
 #include <cstring>

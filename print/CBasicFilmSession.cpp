@@ -2,12 +2,12 @@
 
 #include <memory>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
-#include "print/PrintExchange.h"
+#include "PrintExchange.h"
 
 namespace {
 

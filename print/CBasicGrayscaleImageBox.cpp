@@ -6,7 +6,7 @@
 #include "kestrel/CPrintImage.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
-#include "print/PrintExchange.h"
+#include "PrintExchange.h"
 
 namespace {
 

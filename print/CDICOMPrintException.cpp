@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "print/PrintStatusTables.h"
+#include "PrintStatusTables.h"
 
 namespace KESTREL {
 

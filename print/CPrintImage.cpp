@@ -8,7 +8,7 @@
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/Status.h"
-#include "print/PrintExchange.h"
+#include "PrintExchange.h"
 
 namespace {
 

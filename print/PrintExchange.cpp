@@ -1,8 +1,8 @@
-#include "print/PrintExchange.h"
+#include "PrintExchange.h"
 
 #include <cstdio>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "kestrel/ByteBuffer.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/DICOMCodec.h"

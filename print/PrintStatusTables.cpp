@@ -1,6 +1,6 @@
 // Status texts of the print management service classes: the statuses of PS3.4 Annex H and
 // the general statuses of PS3.7 Annex C as the print side words them.
-#include "print/PrintStatusTables.h"
+#include "PrintStatusTables.h"
 
 #include <iterator>
 

@@ -1,4 +1,4 @@
-#include "query/Elements.h"
+#include "Elements.h"
 
 #include <cstring>
 #include <new>

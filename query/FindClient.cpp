@@ -1,4 +1,4 @@
-#include "query/FindClient.h"
+#include "FindClient.h"
 
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/StandardQuery.h"

@@ -1,4 +1,4 @@
-#include "query/WorklistMapping.h"
+#include "WorklistMapping.h"
 
 #include <cstdio>
 

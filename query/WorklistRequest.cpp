@@ -7,9 +7,9 @@
 #include "kestrel/CModalityWorklistQuery.h"
 #include "kestrel/CResultsArray.h"
 #include "kestrel/DICOMObject.h"
-#include "query/Elements.h"
-#include "query/FindClient.h"
-#include "query/WorklistMapping.h"
+#include "Elements.h"
+#include "FindClient.h"
+#include "WorklistMapping.h"
 
 namespace el = query_elements;
 

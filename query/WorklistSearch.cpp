@@ -19,8 +19,8 @@
 #include "kestrel/FindProvider.h"
 #include "kestrel/KeyMatching.h"
 #include "kestrel/PDU_Service.h"
-#include "query/Elements.h"
-#include "query/WorklistMapping.h"
+#include "Elements.h"
+#include "WorklistMapping.h"
 
 namespace el = query_elements;
 

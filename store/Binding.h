@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "kestrel/CRecordset.h"
-#include "store/Odbc.h"
+#include "Odbc.h"
 
 namespace kestrel_store {
 

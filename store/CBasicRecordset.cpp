@@ -11,7 +11,7 @@
 #include <thread>
 #include <typeinfo>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "kestrel/Status.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "store/DatabaseImpl.h"
+#include "DatabaseImpl.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "store/Binding.h"
-#include "store/DatabaseImpl.h"
-#include "store/Odbc.h"
-#include "store/SqlDialect.h"
+#include "Binding.h"
+#include "DatabaseImpl.h"
+#include "Odbc.h"
+#include "SqlDialect.h"
 
 using kestrel_store::Binding;
 using kestrel_store::Cell;

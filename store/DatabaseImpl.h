@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "kestrel/CDatabase.h"
-#include "store/Odbc.h"
-#include "store/SqlDialect.h"
+#include "Odbc.h"
+#include "SqlDialect.h"
 
 struct CDatabase::Impl {
   kestrel_store::EnvHandle environment;

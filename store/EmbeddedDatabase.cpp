@@ -11,8 +11,8 @@
 
 #include "kestrel/DatabaseSetup.h"
 #include "kestrel/Status.h"
-#include "store/Odbc.h"
-#include "store/SqlDialect.h"
+#include "Odbc.h"
+#include "SqlDialect.h"
 
 namespace {
 

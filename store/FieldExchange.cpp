@@ -1,7 +1,7 @@
 #include <cstdint>
 
 #include "kestrel/CRecordset.h"
-#include "store/Binding.h"
+#include "Binding.h"
 
 using kestrel_store::Binding;
 using kestrel_store::Cell;

@@ -1,4 +1,4 @@
-#include "store/Odbc.h"
+#include "Odbc.h"
 
 #include <mutex>
 

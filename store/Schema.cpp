@@ -2,8 +2,8 @@
 
 #include "kestrel/DatabaseSetup.h"
 #include "kestrel/Status.h"
-#include "store/SchemaText.h"
-#include "store/SqlDialect.h"
+#include "SchemaText.h"
+#include "SqlDialect.h"
 
 namespace {
 

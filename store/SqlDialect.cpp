@@ -1,4 +1,4 @@
-#include "store/SqlDialect.h"
+#include "SqlDialect.h"
 
 #include <cctype>
 #include <cstddef>

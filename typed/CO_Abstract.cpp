@@ -5,7 +5,7 @@
 #include <typeinfo>
 
 #include "kestrel/VRReferentialIntegrityDatabase.h"
-#include "typed/ElementCopy.h"
+#include "ElementCopy.h"
 
 CO_Abstract::CO_Abstract(const char* name, const CO_AttributeInfo* table, uint32_t count,
                          VRReferentialIntegrityDatabase* database)

@@ -1,4 +1,4 @@
-#include "typed/ElementCopy.h"
+#include "ElementCopy.h"
 
 #include <cstring>
 #include <memory>
@@ -75,3 +75,7 @@ uint32_t MoveInto(DICOMObject* source, DICOMObject* target) {
 }
 
 }  // namespace typed_copy
+
+DICOMDataObject* CopyDataObject(DICOMObject* source) {
+  return source ? typed_copy::CopyObject(source) : nullptr;
+}

@@ -39,4 +39,4 @@ uint32_t MoveInto(DICOMObject* source, DICOMObject* target);
 
 }  // namespace typed_copy
 
-#include "typed/ElementCopy.inl"
+#include "ElementCopy.inl"

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "kestrel/VRReferentialIntegrityDatabase.h"
-#include "typed/ElementCopy.h"
+#include "ElementCopy.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "kestrel/VR_XXTYPED.h"
-#include "typed/TextRules.h"
+#include "TextRules.h"
 
 namespace {
 

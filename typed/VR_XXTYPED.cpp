@@ -8,7 +8,7 @@
 #include <string>
 
 #include "kestrel/VRReferentialIntegrityDatabase.h"
-#include "typed/TextRules.h"
+#include "TextRules.h"
 
 namespace {
 

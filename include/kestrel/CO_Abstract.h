@@ -10,6 +10,11 @@
 
 class VRReferentialIntegrityDatabase;
 
+// A new data object holding copies of every element of `source` (a plain data object while it
+// is filling, or a typed one), sequence items included; the caller deletes it. Null when
+// `source` is null or being popped, or memory ran out.
+KESTREL_API DICOMDataObject* CopyDataObject(DICOMObject* source);
+
 // One attribute of a module's table (generated from the data dictionary, CO_ModuleTable.h).
 struct CO_AttributeInfo {
   uint16_t Group;

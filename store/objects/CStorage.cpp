@@ -8,7 +8,7 @@
 #include "kestrel/CO_Modules.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/ImageIODModule.h"
-#include "store/objects/ModuleSetters.h"
+#include "ModuleSetters.h"
 
 using store_objects::All;
 using store_objects::SetBinary;

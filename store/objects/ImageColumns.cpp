@@ -9,8 +9,8 @@
 #include "kestrel/ModalityStorage.h"
 #include "kestrel/RecordSets.h"
 #include "kestrel/Status.h"
-#include "store/objects/IndexColumns.h"
-#include "store/objects/IndexText.h"
+#include "IndexColumns.h"
+#include "IndexText.h"
 
 using store_objects::AttributeText;
 using store_objects::Column;

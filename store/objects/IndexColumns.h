@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kestrel/ImageIODModule.h"
-#include "store/objects/IndexText.h"
+#include "IndexText.h"
 
 namespace store_objects {
 

@@ -1,4 +1,4 @@
-#include "store/objects/IndexText.h"
+#include "IndexText.h"
 
 #include <cstdarg>
 #include <cstdio>

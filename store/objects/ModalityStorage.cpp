@@ -1,6 +1,6 @@
 #include "kestrel/ModalityStorage.h"
 
-#include "store/objects/ModuleSetters.h"
+#include "ModuleSetters.h"
 
 using store_objects::All;
 using store_objects::SetBinary;

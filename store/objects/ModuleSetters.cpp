@@ -1,4 +1,6 @@
-#include "store/objects/ModuleSetters.h"
+#include "ModuleSetters.h"
+
+#include "kestrel/CO_Abstract.h"
 
 #include <cstring>
 #include <new>
@@ -6,7 +8,6 @@
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/VR_XXTYPED.h"
-#include "typed/ElementCopy.h"
 
 namespace store_objects {
 
@@ -36,7 +37,7 @@ bool SetItems(VR_XXTYPED* element, Array<DICOMDataObject*>* items) {
   if (!list) return false;
   element->SequenceItems = list;
   for (uint32_t i = 0; i < items->GetSize(); ++i) {
-    DICOMDataObject* copy = typed_copy::CopyObject(items->Get(i));
+    DICOMDataObject* copy = CopyDataObject(items->Get(i));
     if (!copy) return false;
     list->Add(copy);
   }

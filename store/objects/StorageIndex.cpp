@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "kestrel/CDatabase.h"
 #include "kestrel/CDestination.h"
 #include "kestrel/CStorage.h"
@@ -18,8 +18,8 @@
 #include "kestrel/NewStudyEvent.h"
 #include "kestrel/RecordSets.h"
 #include "kestrel/Status.h"
-#include "store/objects/IndexColumns.h"
-#include "store/objects/IndexText.h"
+#include "IndexColumns.h"
+#include "IndexText.h"
 
 using store_objects::AttributeText;
 using store_objects::Column;

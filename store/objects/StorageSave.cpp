@@ -9,13 +9,13 @@
 #include <string>
 #include <system_error>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "kestrel/CStorage.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
 #include "kestrel/Status.h"
-#include "store/objects/IndexText.h"
+#include "IndexText.h"
 
 namespace fs = std::filesystem;
 using store_objects::Printf;

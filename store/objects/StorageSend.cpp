@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "kestrel/CStorage.h"
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/DICOMCodec.h"

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 #include "frame/Platform.h"
 #include "tests/frame/FrameTestSupport.h"
 

@@ -1,4 +1,4 @@
-#include "common/vxCommon.h"
+#include "vxCommon.h"
 
 #include <gtest/gtest.h>
 
