@@ -2,6 +2,7 @@
 // indexed in the image database, as `kestrel serve` does with a received image.
 #include <strings.h>
 
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "Progress.h"
 #include "StoreObject.h"
 #include "kestrel/CDatabase.h"
+#include "kestrel/CDicomDirectory.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 
@@ -40,6 +42,19 @@ std::string MetaText(DICOMDataObject* object, uint16_t element) {
   return text;
 }
 
+std::string ReadFailure(FileReadResult result, int error) {
+  switch (result) {
+    case FileReadResult::kCannotOpen:
+      return std::string("cannot read the file: ") + std::strerror(error);
+    case FileReadResult::kNotDICOM:
+      return "not a DICOM file";
+    case FileReadResult::kUnknownSyntax:
+      return "its transfer syntax cannot be read; not imported";
+    default:
+      return "damaged (decoding stopped before its end); not imported";
+  }
+}
+
 bool IsDicomDir(const std::string& path, DICOMDataObject* object) {
   return strcasecmp(fs::path(path).filename().c_str(), "DICOMDIR") == 0 ||
          (object && MetaText(object, 0x0002) == kMediaStorageDirectory);
@@ -54,9 +69,10 @@ class Importer {
     if (!file.error.empty()) return Failed(file, file.error);
     if (IsDicomDir(file.path, nullptr)) return Skipped(file);
     DICOMCodec codec;
-    std::unique_ptr<DICOMDataObject> object(codec.LoadFile(file.path.c_str()));
-    if (!object) return Failed(file, "cannot read the file");
-    if (!codec.WasLastLoadComplete()) return Failed(file, "not a DICOM file, or a damaged one");
+    FileReadResult read = FileReadResult::kCannotOpen;
+    int error = 0;
+    std::unique_ptr<DICOMDataObject> object(codec.LoadFile(file.path.c_str(), &read, &error));
+    if (read != FileReadResult::kComplete) return Failed(file, ReadFailure(read, error));
     if (IsDicomDir(file.path, object.get())) return Skipped(file);
     std::string syntax = MetaText(object.get(), 0x0010);
     if (syntax.empty()) syntax = kImplicitLittle;
@@ -97,10 +113,45 @@ class Importer {
   int worst_ = kExitOk;
 };
 
+// A DICOMDIR given as a path (a mounted medium): the supported objects it references are
+// imported, the report of the others is printed. A directory that cannot be read whole still
+// gives the files it reached, and every fault is reported.
+int AddDicomDirFiles(const std::string& path, std::vector<InputFile>& files, std::string& report) {
+  CDicomDirectory directory;
+  int code = kExitOk;
+  if (!directory.Open(path)) code = kExitLocalFailure;
+  for (const std::string& problem : directory.GetProblems())
+    std::cerr << path << ": " << problem << '\n';
+  std::vector<CDicomDirectory::ReferencedFile> referenced;
+  directory.GetReferencedFiles(referenced);
+  for (const auto& file : referenced) {
+    if (!file.Supported) continue;
+    std::error_code error;
+    uint64_t size = file.Path.empty() ? 0 : fs::file_size(file.Path, error);
+    std::string why = file.Path.empty() ? "referenced file " + file.FileID + " is missing"
+                                        : (error ? "cannot read: " + error.message() : "");
+    files.push_back({file.Path.empty() ? path + ": " + file.FileID : file.Path, size, why});
+  }
+  std::string unsupported;
+  directory.GetUnsupportedMessage(unsupported);
+  report += unsupported;
+  return code;
+}
+
 int RunImport(const ImportCommandOptions& options) {
   std::vector<InputFile> files;
-  for (const std::string& path : options.paths) CollectInputFiles(path, files);
-  return ImportFiles(files, options.import);
+  std::string report;
+  int worst = kExitOk;
+  for (const std::string& path : options.paths) {
+    std::error_code error;
+    if (!fs::is_directory(path, error) && IsDicomDir(path, nullptr))
+      worst = WorstExit(worst, AddDicomDirFiles(path, files, report));
+    else
+      CollectInputFiles(path, files);
+  }
+  worst = WorstExit(worst, ImportFiles(files, options.import));
+  if (!report.empty()) std::cout << report << (report.back() == '\n' ? "" : "\n");
+  return worst;
 }
 
 }  // namespace

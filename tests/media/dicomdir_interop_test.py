@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""`kestrel dicomdir` against DCMTK and pydicom:
+"""`kestrel dicomdir` and `kestrel import` of a DICOMDIR against DCMTK and pydicom:
   - a DICOMDIR written by dcmmkdir (general purpose profile) is read into the tree the files
     hold, with the SR document beside the images and in the unsupported report;
   - ours (`make`, and `make --copy`) is read by dcmdump without complaint and by pydicom's
@@ -102,6 +102,23 @@ class DicomdirInterop(unittest.TestCase):
         self.assertEqual(others, ["SR DOCUMENT"])
         self.assertIn("Unsupported SOP Classes: Comprehensive SR\r\n", shown["UnsupportedReport"])
         self.assertEqual(shown["Problems"], [])
+
+    def test_import_of_a_medium(self):
+        # kestrel import of a DICOMDIR (dcmmkdir's) imports the images it references and prints
+        # the report of the SR document it leaves out.
+        result = subprocess.run(["dcmmkdir", "+r", "+id", "."], cwd=self.folder,
+                                capture_output=True, text=True)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        home = os.path.join(self.work, "home")
+        env = dict(os.environ, KESTREL_HOME=home)
+        result = subprocess.run([KESTREL, "import", os.path.join(self.folder, "DICOMDIR")],
+                                capture_output=True, text=True, env=env, timeout=120)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("Unsupported SOP Classes: Comprehensive SR", result.stdout)
+        stored = {os.path.basename(f)[:-4] for _, _, names in os.walk(os.path.join(home, "store"))
+                  for f in names if f.endswith(".dcm")}
+        images = {v[3] for k, v in files_in(self.folder).items() if not k.startswith("REPORTS")}
+        self.assertEqual(stored, images)
 
     def test_our_directory_for_dcmdump_pydicom_and_dcmmkdir(self):
         result = run(KESTREL, "dicomdir", "make", self.folder)
