@@ -1,10 +1,8 @@
 // kestrel send: sends every DICOM file under the given paths with C-STORE, one association per
 // file, or all of them over one association with --batch.
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -18,7 +16,6 @@
 #include "Progress.h"
 #include "kestrel/CStandardStorage.h"
 #include "kestrel/CStorage.h"
-#include "kestrel/CUnknownStorage.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
@@ -58,37 +55,31 @@ void ReportFailure(const std::string& path, const std::string& text) {
   std::cerr << path << ": " << line << '\n';
 }
 
-// An image through CStandardStorage::Load, anything else through CUnknownStorage. False, with
-// `error` set, when the file cannot be read, is damaged or in a syntax the library cannot
-// read, or is not a storage instance: nothing of such a file is sent.
+// Why a file cannot be sent, for its line.
+std::string ReadFailure(FileReadResult result, int error, const std::string& syntax) {
+  switch (result) {
+    case FileReadResult::kCannotOpen:
+      return std::string("cannot read: ") + std::strerror(error);
+    case FileReadResult::kUnknownSyntax:
+      return "transfer syntax " + (syntax.empty() ? std::string("of the file") : syntax) +
+             " cannot be read; not sent";
+    default:
+      return "not a DICOM file, or damaged (decoding stopped before its end); not sent";
+  }
+}
+
+// The file read once into the storage object of its class (CUnknownStorage for any other).
+// False, with `error` set, when it cannot be read whole or is not a storage instance: nothing
+// of such a file is sent.
 bool LoadObject(const std::string& path, Loaded& loaded, std::string& error) {
-  {
-    std::ifstream probe(path, std::ios::binary);
-    if (!probe) {
-      error = std::string("cannot read: ") + std::strerror(errno);
-      return false;
-    }
-  }
-  char syntax[65] = {};  // Load fills it even when the file is not one of its image classes
   CStandardStorage standard;
-  loaded.storage.reset(standard.Load(path, syntax, sizeof syntax - 1));
-  bool complete = DICOMCodec::WasLastLoadOnThreadComplete();
+  UID held;
+  FileReadResult result = FileReadResult::kCannotOpen;
+  int systemError = 0;
+  loaded.storage.reset(standard.LoadStorage(path, &held, &result, &systemError));
+  loaded.syntax = held.ToString();
   if (!loaded.storage) {
-    auto unknown = std::make_unique<CUnknownStorage>();
-    if (!unknown->Open(path)) {
-      error = std::string("cannot read: ") + std::strerror(errno);
-      return false;
-    }
-    complete = DICOMCodec::WasLastLoadOnThreadComplete();
-    loaded.storage = std::move(unknown);
-  }
-  loaded.syntax = syntax;
-  if (!loaded.syntax.empty() && !DICOMCodec::TransferSyntaxMode(syntax)) {
-    error = "transfer syntax " + loaded.syntax + " cannot be read; not sent";
-    return false;
-  }
-  if (!complete) {
-    error = "not a DICOM file, or damaged (decoding stopped before its end); not sent";
+    error = ReadFailure(result, systemError, loaded.syntax);
     return false;
   }
   ImageIODModule* iod = loaded.storage->GetIOD();

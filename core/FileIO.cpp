@@ -129,7 +129,6 @@ bool DICOMCodec::EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int me
 }
 
 namespace {
-thread_local bool lastLoadOnThreadComplete = false;
 
 // The mode of a file's data set, from the bytes after its preamble: the sixth byte is the
 // second VR letter of an explicit stream, or the second byte of the 32-bit length of an
@@ -152,8 +151,6 @@ FileReadResult WhyIncomplete(DICOMDataObject* object) {
 
 }  // namespace
 
-bool DICOMCodec::WasLastLoadOnThreadComplete() { return lastLoadOnThreadComplete; }
-
 DICOMDataObject* DICOMCodec::LoadFile(const char* path) { return LoadFile(path, nullptr); }
 
 DICOMDataObject* DICOMCodec::LoadFile(const char* path, FileReadResult* result, int* error) {
@@ -167,7 +164,6 @@ DICOMDataObject* DICOMCodec::LoadFileHead(const char* path, uint32_t bytes) {
 DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit, FileReadResult* result,
                                       int* error) {
   lastLoadComplete_ = false;
-  lastLoadOnThreadComplete = false;
   FileReadResult ignored;
   if (!result) result = &ignored;
   *result = FileReadResult::kCannotOpen;
@@ -202,7 +198,6 @@ DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit, FileRead
   buffer.AttachSource(&source);
   bool decoded = Decode(buffer, object, mode);
   lastLoadComplete_ = decoded && !buffer.HasBytes() && end == static_cast<uint64_t>(size);
-  lastLoadOnThreadComplete = lastLoadComplete_;
   *result = lastLoadComplete_ ? FileReadResult::kComplete : WhyIncomplete(object);
   return object;
 }

@@ -6,6 +6,7 @@
 #include "kestrel/Export.h"
 #include "kestrel/UID.h"
 
+enum class FileReadResult : uint8_t;
 class CSCStorage;
 class CStorage;
 class DICOMDataObject;
@@ -36,6 +37,17 @@ class KESTREL_API CStandardStorage {
   // it, none when the UID fills the buffer. The lossy flag is updated even when no object is
   // made; the pixel data length only when it is not 0.
   CStorage* Load(const std::string& path, char* pszTransferSyntaxUID, int nLength);
+
+  // Reads the file once and returns a storage object holding the whole instance: the
+  // per-modality class of its SOP class when Load would make one (an image of a known class
+  // with Pixel Data), else a CUnknownStorage, which takes any instance. The caller deletes it.
+  // Null when the file was not read whole: `result` (when not null) says why, and for a file
+  // that cannot be opened `error` receives the system's error code. `heldSyntax` (when not
+  // null) receives the file's Transfer Syntax UID, empty when it names none. The lossy flag,
+  // the pixel data length and the SOP class are kept as by Load. Nothing checks that the
+  // instance has its SOP UIDs: that is the caller's to decide.
+  CStorage* LoadStorage(const std::string& path, UID* heldSyntax, FileReadResult* result,
+                        int* error = nullptr);
 
   // True once a file opened or loaded by this object carried "1" in the value of Lossy Image
   // Compression (0028,2110). The flag is never cleared: it stays set for later files, whatever

@@ -71,9 +71,6 @@ class KESTREL_API DICOMCodec {
   // file is, at a fixed cost however large its pixel data. An element cut by the limit is
   // left out, and the load counts as incomplete unless the whole file fitted.
   DICOMDataObject* LoadFileHead(const char* path, uint32_t bytes);
-  // The same for the last LoadFile of any codec on the calling thread, for callers that read
-  // files through classes which keep their codec to themselves (the storage objects).
-  static bool WasLastLoadOnThreadComplete();
   // Writes `object`, which the encoding empties. Form 1: no preamble nor meta group, implicit
   // VR little endian. Forms 2 and 3: preamble, "DICM", the meta group in explicit VR little
   // endian, then the rest in the transfer syntax of (0002,0010) (form 2 is kept for callers

@@ -5,8 +5,10 @@
 #include <memory>
 #include <new>
 
+#include "kestrel/CUnknownStorage.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
+#include "kestrel/ImageIODModule.h"
 #include "kestrel/ModalityStorage.h"
 
 namespace {
@@ -105,6 +107,25 @@ CStorage* CStandardStorage::CreateStorage(const UID& sopClassUID) {
     if (sopClassUID == UID(known.uid)) return known.make();
   }
   return nullptr;
+}
+
+CStorage* CStandardStorage::LoadStorage(const std::string& path, UID* heldSyntax,
+                                        FileReadResult* result, int* error) {
+  DICOMCodec codec;
+  FileReadResult read = FileReadResult::kCannotOpen;
+  std::unique_ptr<DICOMDataObject> dataSet(codec.LoadFile(path.c_str(), &read, error));
+  if (result) *result = read;
+  if (read != FileReadResult::kComplete) return nullptr;
+  NoteLossy(dataSet.get());
+  if (heldSyntax) heldSyntax->Set(dataSet->Find(0x0002, 0x0010));
+  VR* pixels = dataSet->Find(kPixelDataGroup, kPixelData);
+  if (pixels && pixels->Length) pixelDataLength_ = pixels->Length;
+  SetUID(dataSet.get());
+  std::unique_ptr<CStorage> storage(pixels ? CreateStorage(uid_) : nullptr);
+  if (!storage) storage.reset(new (std::nothrow) CUnknownStorage());
+  if (!storage) return nullptr;
+  storage->GetIOD()->MoveFrom(dataSet.get());
+  return storage.release();
 }
 
 bool CStandardStorage::SetUID(const UID& uid) {

@@ -13,7 +13,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "kestrel/DICOMCodec.h"
@@ -461,21 +460,6 @@ TEST_F(FileTest, TruncatedFileGivesPartialObject) {
     EXPECT_EQ(error, c.error);
     EXPECT_EQ(read == nullptr, c.result == FileReadResult::kCannotOpen);
   }
-
-  // The thread's flag follows the last load by any codec on the thread, and only there.
-  EXPECT_FALSE(DICOMCodec::WasLastLoadOnThreadComplete());
-  bool otherThreadSaw = true;
-  std::thread other([&] {
-    DICOMCodec codec;
-    std::unique_ptr<DICOMDataObject> loaded(codec.LoadFile((kSamples + "CT_small.dcm").c_str()));
-    otherThreadSaw = loaded && DICOMCodec::WasLastLoadOnThreadComplete();
-  });
-  other.join();
-  EXPECT_TRUE(otherThreadSaw);
-  EXPECT_FALSE(DICOMCodec::WasLastLoadOnThreadComplete());
-  DICOMCodec another;
-  std::unique_ptr<DICOMDataObject> complete(another.LoadFile((kSamples + "CT_small.dcm").c_str()));
-  EXPECT_TRUE(DICOMCodec::WasLastLoadOnThreadComplete());
 }
 
 // A head read classifies a file at a fixed cost: the leading attributes, never the pixel data.
