@@ -256,84 +256,93 @@ bool Statement::ColumnIsInteger(int column) {
 
 void Statement::Read(int column, FieldType type, size_t maxBytes, Cell* cell) {
   const SQLUSMALLINT number = static_cast<SQLUSMALLINT>(column);
-  SQLLEN indicator = 0;
   *cell = Cell();
   switch (type) {
-    case FieldType::kText: {
-      // Long values come in pieces; each piece but the last fills the buffer and ends in NUL.
-      char buffer[1024];
-      std::string text;
-      for (;;) {
-        const SQLRETURN result =
-            SQLGetData(handle_.get(), number, SQL_C_CHAR, buffer, sizeof buffer, &indicator);
-        if (result == SQL_NO_DATA) break;
-        CheckHere(result, "SQLGetData");
-        if (indicator == SQL_NULL_DATA) return;
-        if (result == SQL_SUCCESS_WITH_INFO &&
-            (indicator == SQL_NO_TOTAL || indicator >= static_cast<SQLLEN>(sizeof buffer))) {
-          text.append(buffer, sizeof buffer - 1);
-          if (maxBytes != 0 && text.size() >= maxBytes) break;
-          continue;
-        }
-        text.append(buffer, static_cast<size_t>(indicator));
-        break;
-      }
-      if (maxBytes != 0 && text.size() > maxBytes) text.resize(maxBytes);
-      cell->text = std::move(text);
-      cell->null = false;
-      return;
-    }
+    case FieldType::kText:
+      return ReadText(number, maxBytes, cell);
     case FieldType::kLong:
     case FieldType::kInt: {
       SQLINTEGER value = 0;
-      CheckHere(SQLGetData(handle_.get(), number, SQL_C_SLONG, &value, 0, &indicator),
-                "SQLGetData");
-      if (indicator == SQL_NULL_DATA) return;
-      cell->integer = value;
-      cell->null = false;
+      if (ReadFixed(number, SQL_C_SLONG, &value)) SetInteger(cell, value);
       return;
     }
     case FieldType::kBigInt: {
       SQLBIGINT value = 0;
-      CheckHere(SQLGetData(handle_.get(), number, SQL_C_SBIGINT, &value, 0, &indicator),
-                "SQLGetData");
-      if (indicator == SQL_NULL_DATA) return;
-      cell->integer = value;
-      cell->null = false;
+      if (ReadFixed(number, SQL_C_SBIGINT, &value)) SetInteger(cell, value);
       return;
     }
     case FieldType::kDouble: {
       SQLDOUBLE value = 0;
-      CheckHere(SQLGetData(handle_.get(), number, SQL_C_DOUBLE, &value, 0, &indicator),
-                "SQLGetData");
-      if (indicator == SQL_NULL_DATA) return;
+      if (!ReadFixed(number, SQL_C_DOUBLE, &value)) return;
       cell->real = value;
       cell->null = false;
       return;
     }
-    case FieldType::kDateTime: {
-      SQL_TIMESTAMP_STRUCT value{};
-      const SQLRETURN result =
-          SQLGetData(handle_.get(), number, SQL_C_TYPE_TIMESTAMP, &value, 0, &indicator);
-      cell->null = false;
-      if (!SQL_SUCCEEDED(result)) {
-        // A value that is no date and time (class 22 or 07: conversion failures) is kept as an
-        // invalid one; anything else is a failure of the read itself.
-        CDBException e = DiagnosticsOf(SQL_HANDLE_STMT, handle_.get(), "SQLGetData");
-        const std::string& state = e.GetSQLState();
-        if (state.compare(0, 2, "22") != 0 && state.compare(0, 2, "07") != 0) throw e;
-        cell->stamp.status = DBDateTime::invalid;
-        return;
-      }
-      if (indicator == SQL_NULL_DATA) {
-        cell->null = true;
-        return;
-      }
-      cell->stamp = DBDateTime(value.year, value.month, value.day, value.hour, value.minute,
-                               value.second, value.fraction);
-      return;
-    }
+    case FieldType::kDateTime:
+      return ReadDateTime(number, cell);
   }
+}
+
+void Statement::SetInteger(Cell* cell, int64_t value) {
+  cell->integer = value;
+  cell->null = false;
+}
+
+// A value of fixed size; false when it is null.
+bool Statement::ReadFixed(SQLUSMALLINT number, SQLSMALLINT cType, void* value) {
+  SQLLEN indicator = 0;
+  CheckHere(SQLGetData(handle_.get(), number, cType, value, 0, &indicator), "SQLGetData");
+  return indicator != SQL_NULL_DATA;
+}
+
+// Long values come in pieces; each piece but the last fills the buffer and ends in NUL. Text
+// is read up to `maxBytes` (0: all of it).
+void Statement::ReadText(SQLUSMALLINT number, size_t maxBytes, Cell* cell) {
+  char buffer[1024];
+  std::string text;
+  for (;;) {
+    SQLLEN indicator = 0;
+    const SQLRETURN result =
+        SQLGetData(handle_.get(), number, SQL_C_CHAR, buffer, sizeof buffer, &indicator);
+    if (result == SQL_NO_DATA) break;
+    CheckHere(result, "SQLGetData");
+    if (indicator == SQL_NULL_DATA) return;
+    const bool piece =
+        result == SQL_SUCCESS_WITH_INFO &&
+        (indicator == SQL_NO_TOTAL || indicator >= static_cast<SQLLEN>(sizeof buffer));
+    if (!piece) {
+      text.append(buffer, static_cast<size_t>(indicator));
+      break;
+    }
+    text.append(buffer, sizeof buffer - 1);
+    if (maxBytes != 0 && text.size() >= maxBytes) break;
+  }
+  if (maxBytes != 0 && text.size() > maxBytes) text.resize(maxBytes);
+  cell->text = std::move(text);
+  cell->null = false;
+}
+
+void Statement::ReadDateTime(SQLUSMALLINT number, Cell* cell) {
+  SQL_TIMESTAMP_STRUCT value{};
+  SQLLEN indicator = 0;
+  const SQLRETURN result =
+      SQLGetData(handle_.get(), number, SQL_C_TYPE_TIMESTAMP, &value, 0, &indicator);
+  cell->null = false;
+  if (!SQL_SUCCEEDED(result)) {
+    // A value that is no date and time (class 22 or 07: conversion failures) is kept as an
+    // invalid one; anything else is a failure of the read itself.
+    CDBException e = DiagnosticsOf(SQL_HANDLE_STMT, handle_.get(), "SQLGetData");
+    const std::string& state = e.GetSQLState();
+    if (state.compare(0, 2, "22") != 0 && state.compare(0, 2, "07") != 0) throw e;
+    cell->stamp.status = DBDateTime::invalid;
+    return;
+  }
+  if (indicator == SQL_NULL_DATA) {
+    cell->null = true;
+    return;
+  }
+  cell->stamp = DBDateTime(value.year, value.month, value.day, value.hour, value.minute,
+                           value.second, value.fraction);
 }
 
 }  // namespace kestrel_store

@@ -135,6 +135,10 @@ class Statement {
 
  private:
   void Bind(Parameters& parameters);
+  bool ReadFixed(SQLUSMALLINT number, SQLSMALLINT cType, void* value);
+  void ReadText(SQLUSMALLINT number, size_t maxBytes, Cell* cell);
+  void ReadDateTime(SQLUSMALLINT number, Cell* cell);
+  static void SetInteger(Cell* cell, int64_t value);
   void RunHook() const;
   void CheckHere(SQLRETURN result, const char* what);
 
