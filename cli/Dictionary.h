@@ -8,4 +8,5 @@ class RTC;
 // library (GetInstalledRTCPath). Null when none could be loaded; the caller deletes the result.
 // With `keepKeywords` the keywords are kept for look-ups by name, and the text form beside an
 // installed binary one is preferred (the binary form holds no keywords).
-RTC* LoadToolDictionary(const std::string& path, std::string& error, bool keepKeywords = false);
+[[nodiscard]] RTC* LoadToolDictionary(const std::string& path, std::string& error,
+                                      bool keepKeywords = false);

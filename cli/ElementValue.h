@@ -10,7 +10,7 @@ class VR;
 
 // The two VR letters; "UN" for an element that never learnt its VR (a group length is "UL").
 std::string VRName(const VR* element);
-bool IsTextVR(const std::string& vr);
+[[nodiscard]] bool IsTextVR(const std::string& vr);
 // The value as text, without the trailing padding (blanks and NULs).
 std::string ValueText(const VR* element);
 // Text values split at backslashes (the multi-valued VRs) or whole (LT, ST, UT, UR).

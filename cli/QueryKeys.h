@@ -16,8 +16,8 @@ struct QueryKey {
 };
 
 // False with `error` for a keyword the dictionary does not know or a malformed tag.
-bool ParseQueryKey(const std::string& text, const RTC* dictionary, QueryKey& key,
-                   std::string& error);
+[[nodiscard]] bool ParseQueryKey(const std::string& text, const RTC* dictionary, QueryKey& key,
+                                 std::string& error);
 
 // Gives every element (in sequences too) that has no VR the one the dictionary knows, so that
 // the DICOM JSON model of an answer read in implicit VR names its VRs.

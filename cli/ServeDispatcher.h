@@ -53,7 +53,7 @@ class Dispatcher {
   void UnlockName(const std::string& name);
 
  private:
-  bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request);
+  [[nodiscard]] bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request);
 
   ServeSettings settings_;
   ServeCounters& counters_;

@@ -40,7 +40,8 @@ StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyn
 // The Kestrel home's image database ("" when the home cannot be told): made, with its tables,
 // the first time; or `connect` when it is given. Opens it into `database`, making the image
 // tables that are missing. False with `error` set when it cannot be had.
-bool OpenImageIndex(const std::string& connect, CDatabase& database, std::string* error);
+[[nodiscard]] bool OpenImageIndex(const std::string& connect, CDatabase& database,
+                                  std::string* error);
 // The connect string OpenImageIndex opened: `connect`, or the home's embedded database.
 std::string ImageIndexConnect(const std::string& connect);
 // The Kestrel home's image store; "" when there is no home ($KESTREL_HOME and $HOME unset).

@@ -9,13 +9,13 @@ namespace vxcommon {
 
 // Looks `name` up in the settings file's "SOFTWARE\Vexa Medical\Vexa\Settings" section, fresh
 // from the file on every call. False when the file, the section or the value is missing.
-bool ReadSetting(const std::string& name, std::string* value);
+[[nodiscard]] bool ReadSetting(const std::string& name, std::string* value);
 
 // The file the settings are read from: $KESTREL_SETTINGS, else /etc/kestrel/settings.ini.
 std::string SettingsFilePath();
 
 // Appends `line` to the file at `path` in one write. False when it cannot be opened or written.
-bool AppendToFile(const std::string& path, const std::string& line);
+[[nodiscard]] bool AppendToFile(const std::string& path, const std::string& line);
 
 // Writes `line` to standard error in one write.
 void WriteToStandardError(const std::string& line);

@@ -10,7 +10,7 @@ constexpr int kModeImplicitLittle = 100;
 constexpr int kModeExplicitLittle = 101;
 constexpr int kModeExplicitBig = 102;
 
-inline bool IsBigEndianMode(int mode) {
+[[nodiscard]] inline bool IsBigEndianMode(int mode) {
   return mode != kModeImplicitLittle && mode != kModeExplicitLittle;
 }
 

@@ -9,7 +9,7 @@
 // The explicit-VR header with 2 reserved bytes and a 32-bit length (PS3.5 7.1.2). Beyond the
 // five classic ones, the newer VRs defined with that header are included: a stream holding
 // them cannot be read otherwise.
-inline bool HasLongHeader(uint16_t typeCode) {
+[[nodiscard]] inline bool HasLongHeader(uint16_t typeCode) {
   switch (typeCode) {
     case MakeTypeCode('O', 'B'):
     case MakeTypeCode('O', 'W'):

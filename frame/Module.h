@@ -22,13 +22,13 @@ void DetachProcess();
 
 // The calling thread's 256-byte block, zero-filled when made, made on first use and freed when
 // the thread exits. Null when the process has no slot.
-void* ThreadScratchBlock();
+[[nodiscard]] void* ThreadScratchBlock();
 
 // For tests: whether the calling thread has its block yet, how many blocks exist, and what the
 // toolkit said.
-bool HasThreadScratchBlock();
+[[nodiscard]] bool HasThreadScratchBlock();
 int LiveScratchBlocks();
-bool ToolkitLoaded();
+[[nodiscard]] bool ToolkitLoaded();
 int ToolkitApplicationId();
 
 }  // namespace KESTREL

@@ -18,12 +18,12 @@ namespace platform {
 using ThreadSlot = unsigned int;
 [[nodiscard]] bool CreateThreadSlot(ThreadSlot* slot, void (*destructor)(void*));
 void DeleteThreadSlot(ThreadSlot slot);
-void* GetThreadSlotValue(ThreadSlot slot);
+[[nodiscard]] void* GetThreadSlotValue(ThreadSlot slot);
 [[nodiscard]] bool SetThreadSlotValue(ThreadSlot slot, void* value);
 
 // Loadable modules. LoadModule gives null and fills `error` when the module is not there.
-void* LoadModule(const std::string& fileName, std::string* error);
-void* FindModuleSymbol(void* module, const char* name);
+[[nodiscard]] void* LoadModule(const std::string& fileName, std::string* error);
+[[nodiscard]] void* FindModuleSymbol(void* module, const char* name);
 void UnloadModule(void* module);
 
 std::string GetEnvironment(const char* name);
@@ -53,15 +53,15 @@ FileHandle CreateForWriting(const std::string& name);
 int64_t Seek(FileHandle file, int64_t offset, int origin);
 int64_t Read(FileHandle file, void* buffer, size_t size);
 int64_t Write(FileHandle file, const void* buffer, size_t size);
-bool Close(FileHandle file);
+[[nodiscard]] bool Close(FileHandle file);
 // Appends `text` to the file at `path` the way a stdio "a" stream does: opened, written and
 // closed in one go. False when the file cannot be opened.
-bool AppendText(const std::string& path, const std::string& text);
+[[nodiscard]] bool AppendText(const std::string& path, const std::string& text);
 
 // The registry value `name` under "SOFTWARE\Vexa Medical\Vexa\Settings", read from the settings
 // file ($KESTREL_SETTINGS, else /etc/kestrel/settings.ini) on every call. False when the file,
 // the section or the value is missing.
-bool ReadRegistryValue(const std::string& name, std::string* value);
+[[nodiscard]] bool ReadRegistryValue(const std::string& name, std::string* value);
 
 // A pulse event shared by every process that opens the same name: a shared-memory object with
 // a process-shared mutex, condition variable and generation counter.
@@ -70,7 +70,7 @@ class SharedEvent {
   // Opens the event, creating it when it does not exist yet. Null when it cannot be had.
   static std::unique_ptr<SharedEvent> Open(const std::string& name);
   // Removes the name from the system; processes holding the event keep using it.
-  static bool Remove(const std::string& name);
+  [[nodiscard]] static bool Remove(const std::string& name);
 
   ~SharedEvent();
   SharedEvent(const SharedEvent&) = delete;
@@ -78,7 +78,7 @@ class SharedEvent {
 
   uint64_t Generation();
   // Steps the generation and wakes every waiter.
-  bool Pulse();
+  [[nodiscard]] bool Pulse();
   // Blocks until the generation differs from `seen` or `timeoutMs` pass; gives the generation
   // then current.
   uint64_t WaitForChange(uint64_t seen, uint32_t timeoutMs);

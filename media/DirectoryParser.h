@@ -24,7 +24,7 @@ struct Record {
   bool bigEndian = false;
   std::map<uint32_t, std::string> values;
 
-  bool Has(uint32_t tag) const { return values.count(tag) != 0; }
+  [[nodiscard]] bool Has(uint32_t tag) const { return values.count(tag) != 0; }
   // The value as text without padding; "" when absent.
   std::string Text(uint32_t tag) const;
   // A UL or US value; `fallback` when absent or of another length.
@@ -48,6 +48,7 @@ constexpr int kMaxDepth = 16;
 // Sequence, or a length that runs past the end of the file. A record item whose length runs
 // past the end of a defined-length sequence (a writer that dropped elements without fixing
 // the item length) is read up to the sequence's end, with a warning.
-bool Parse(const std::vector<uint8_t>& file, Directory& directory, std::string& error);
+[[nodiscard]] bool Parse(const std::vector<uint8_t>& file, Directory& directory,
+                         std::string& error);
 
 }  // namespace dicomdir

@@ -29,7 +29,7 @@ struct OutRecord {
 // Writes the directory of `roots` (the root records, in order) to `path`: first to a
 // temporary file beside it, renamed over `path` once complete. False with `error` when the
 // file could not be written or the directory is too large for 32-bit offsets.
-bool WriteDirectory(const std::string& path, const std::string& fileSetID,
-                    const std::vector<OutRecord>& roots, std::string& error);
+[[nodiscard]] bool WriteDirectory(const std::string& path, const std::string& fileSetID,
+                                  const std::vector<OutRecord>& roots, std::string& error);
 
 }  // namespace dicomdir

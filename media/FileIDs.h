@@ -12,12 +12,12 @@ constexpr size_t kMaxComponents = 8;
 constexpr size_t kMaxComponentLength = 8;
 
 // PS3.10 8.5: 1 to 8 characters of A-Z, 0-9 and '_'.
-bool IsValidComponent(const std::string& component);
+[[nodiscard]] bool IsValidComponent(const std::string& component);
 
 // The File ID of `relative` (a path below the directory's folder, '/'-separated): true with
 // its components when PS3.10 allows it, false with the reason otherwise.
-bool MakeFileID(const std::string& relative, std::vector<std::string>& components,
-                std::string& why);
+[[nodiscard]] bool MakeFileID(const std::string& relative, std::vector<std::string>& components,
+                              std::string& why);
 
 // The file a File ID ('\'-separated components) names below `base`, as it exists on this
 // machine: each component is looked for as written, then without case and without an ISO

@@ -9,7 +9,7 @@
 namespace dicomdir {
 
 // Whether PS3.3 defines the record type (current or retired).
-bool IsKnownRecordType(const std::string& type);
+[[nodiscard]] bool IsKnownRecordType(const std::string& type);
 
 struct KeyAttribute {
   uint16_t group;

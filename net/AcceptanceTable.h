@@ -22,7 +22,7 @@ class AcceptanceTable {
   void Load(const char* fileName);
   const std::vector<Row>& Rows(Kind kind) const { return rows_[kind]; }
   // True when the kind has no rows, or `value` equals one of its values.
-  bool Accepts(Kind kind, const std::string& value) const;
+  [[nodiscard]] bool Accepts(Kind kind, const std::string& value) const;
 
  private:
   std::vector<Row> rows_[kKinds];

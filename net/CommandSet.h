@@ -44,34 +44,37 @@ constexpr uint16_t kDataSetFollows = 0x0102;
 constexpr uint16_t kPriorityMedium = 0x0000;
 
 // Each push makes a new element and gives it to `command`; false when it was refused.
-bool PushUS(DICOMObject* command, uint16_t element, uint16_t value);
+[[nodiscard]] bool PushUS(DICOMObject* command, uint16_t element, uint16_t value);
 // A UID, padded to even length with a NUL (PS3.5 9.1).
-bool PushUID(DICOMObject* command, uint16_t element, const UID& uid);
+[[nodiscard]] bool PushUID(DICOMObject* command, uint16_t element, const UID& uid);
 // An AE title as a 16-byte value padded with blanks.
-bool PushAE(DICOMObject* command, uint16_t element, const std::string& title);
+[[nodiscard]] bool PushAE(DICOMObject* command, uint16_t element, const std::string& title);
 // Text (LO) of at most `limit` characters, padded to even length with a blank.
-bool PushText(DICOMObject* command, uint16_t element, const std::string& text, size_t limit);
+[[nodiscard]] bool PushText(DICOMObject* command, uint16_t element, const std::string& text,
+                            size_t limit);
 // The text of an element without its trailing blanks; empty when absent.
 std::string GetText(DICOMObject* command, uint16_t element);
 // A list of tags (group << 16 | element), each as two 16-bit halves.
-bool PushAT(DICOMObject* command, uint16_t element, const std::vector<uint32_t>& tags);
+[[nodiscard]] bool PushAT(DICOMObject* command, uint16_t element,
+                          const std::vector<uint32_t>& tags);
 // Copies an element of `from` (if present) into `to` under `toElement`.
-bool CopyElement(DICOMObject* from, uint16_t fromElement, DICOMObject* to, uint16_t toElement);
+[[nodiscard]] bool CopyElement(DICOMObject* from, uint16_t fromElement, DICOMObject* to,
+                               uint16_t toElement);
 
 // The value of a UID element without padding; empty when absent.
 UID GetUID(DICOMObject* command, uint16_t element);
 // Whether the command announces a data set.
-bool HasDataSet(DICOMObject* command);
+[[nodiscard]] bool HasDataSet(DICOMObject* command);
 
 // A new command set with the elements every command carries: SOP class (affected or
 // requested, `sopClassElement`), Command Field, and the Message ID drawn from the process-wide
 // counter (written to `messageID` when not null).
-DICOMCommandObject* NewRequest(uint16_t commandField, uint16_t sopClassElement, const UID& sopClass,
-                               uint16_t* messageID);
+[[nodiscard]] DICOMCommandObject* NewRequest(uint16_t commandField, uint16_t sopClassElement,
+                                             const UID& sopClass, uint16_t* messageID);
 // A new response to `request`: Affected SOP Class UID (from the request's affected or requested
 // SOP class), Command Field, Message ID Being Responded To and Status.
-DICOMCommandObject* NewResponse(uint16_t commandField, DICOMCommandObject* request,
-                                uint16_t status);
+[[nodiscard]] DICOMCommandObject* NewResponse(uint16_t commandField, DICOMCommandObject* request,
+                                              uint16_t status);
 
 // Adds Data Set Type and sends the command, then the data set when there is one, both on the
 // accepted context of `abstractSyntax`. The command set is always deleted; the data set is

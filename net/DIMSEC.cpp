@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "CommandSet.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
-#include "CommandSet.h"
 
 using namespace KESTREL::command;
 
@@ -83,7 +83,8 @@ int CStoreRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t sta
                      const std::string& errorComment) {
   std::unique_ptr<DICOMCommandObject> response(NewResponse(kCommandField, request, status));
   if (!response) return 0;
-  CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
+  // Present only when the request carried one.
+  (void)CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
   if (!errorComment.empty() &&
       !PushText(response.get(), kErrorComment, errorComment, kErrorCommentLength))
     return 0;
@@ -110,7 +111,8 @@ int WriteStatusResponse(PDU_Service* pdu, DICOMCommandObject* request, uint16_t 
   std::unique_ptr<DICOMCommandObject> response(
       NewResponse(static_cast<uint16_t>(field | kResponseBit), request, status));
   if (!response) return 0;
-  CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
+  // Present only when the request carried one.
+  (void)CopyElement(request, kAffectedSOPInstanceUID, response.get(), kAffectedSOPInstanceUID);
   if (!errorComment.empty() &&
       !PushText(response.get(), kErrorComment, errorComment, kErrorCommentLength))
     return 0;

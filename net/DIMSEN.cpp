@@ -4,9 +4,9 @@
 
 #include <memory>
 
+#include "CommandSet.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
-#include "CommandSet.h"
 
 using namespace KESTREL::command;
 
@@ -51,7 +51,7 @@ int NEventReportRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16
                            DICOMDataObject* dataSet) {
   CommandPtr response(NewResponse(kCommandField, request, status));
   if (!response) return 0;
-  CopyElement(request, kEventTypeID, response.get(), kEventTypeID);
+  (void)CopyElement(request, kEventTypeID, response.get(), kEventTypeID);  // when it has one
   return SendResponse(pdu, request, response.release(), dataSet);
 }
 
@@ -122,7 +122,7 @@ int NActionRSP::Write(PDU_Service* pdu, DICOMCommandObject* request, uint16_t st
                       DICOMDataObject* dataSet) {
   CommandPtr response(NewResponse(kCommandField, request, status));
   if (!response) return 0;
-  CopyElement(request, kActionTypeID, response.get(), kActionTypeID);
+  (void)CopyElement(request, kActionTypeID, response.get(), kActionTypeID);  // when it has one
   return SendResponse(pdu, request, response.release(), dataSet);
 }
 

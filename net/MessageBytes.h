@@ -27,7 +27,7 @@ class MessageBytes : public ByteBuffer::Source {
 
   size_t Read(void* data, size_t length) override;
   uint64_t Remaining() override { return size_ - position_; }
-  bool Skip(uint64_t length) override;
+  [[nodiscard]] bool Skip(uint64_t length) override;
 
  private:
   // Moves the read position by `length` (at most what remains), copying to `data` if not null.

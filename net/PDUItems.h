@@ -86,14 +86,15 @@ void EncodeDataHeader(uint8_t contextID, uint8_t control, uint32_t fragmentLengt
 // body or the fixed part is short. Items of unknown types, and unknown user information
 // sub-items, are passed over. A UID longer than 64 characters is read as empty (an abstract
 // syntax or transfer syntax) or marks the application context invalid.
-bool DecodeAssociate(uint8_t type, const uint8_t* body, size_t length, AssociatePDU& pdu);
+[[nodiscard]] bool DecodeAssociate(uint8_t type, const uint8_t* body, size_t length,
+                                   AssociatePDU& pdu);
 
 struct RejectFields {
   uint8_t Result = 0;
   uint8_t Source = 0;
   uint8_t Reason = 0;
 };
-bool DecodeReject(const uint8_t* body, size_t length, RejectFields& fields);
+[[nodiscard]] bool DecodeReject(const uint8_t* body, size_t length, RejectFields& fields);
 
 }  // namespace pdu
 }  // namespace KESTREL

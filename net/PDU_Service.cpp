@@ -118,9 +118,9 @@ int PDU_Service::AddAbstractSyntax(const UID& uid, const std::vector<UID>& trans
   return 1;
 }
 
-void PDU_Service::SendPDU(const std::vector<uint8_t>& bytes) {
+bool PDU_Service::SendPDU(const std::vector<uint8_t>& bytes) {
   state_->transport.Write(bytes.data(), bytes.size());
-  (void)state_->transport.Flush();  // a failed send shows at the next read
+  return state_->transport.Flush();
 }
 
 // Closes the connection; a listen socket (Multiplex) stays open.
@@ -136,7 +136,7 @@ void PDU_Service::Drop() {
 void PDU_Service::AbortAndDrop(uint8_t source, uint8_t reason) {
   std::vector<uint8_t> bytes;
   pdu::EncodeAbort(source, reason, bytes);
-  SendPDU(bytes);
+  (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
   Drop();
 }
 
@@ -161,7 +161,10 @@ int PDU_Service::Connect(const char* host, const char* port, const char* transfe
   state.transport.DiscardInput();
   std::vector<uint8_t> bytes;
   pdu::EncodeAssociate(pdu::kAssociateRQ, state.request, bytes);
-  SendPDU(bytes);
+  if (!SendPDU(bytes)) {
+    Drop();
+    return Failed(ConnectFailure::kClosed);
+  }
 
   uint8_t type = 0;
   std::vector<uint8_t> body;
@@ -172,7 +175,8 @@ int PDU_Service::Connect(const char* host, const char* port, const char* transfe
     return Failed(why);
   }
   if (type == pdu::kAssociateRJ) {
-    pdu::DecodeReject(body.data(), body.size(), state.reject);
+    // A malformed rejection leaves its fields 0: an unexplained rejection.
+    (void)pdu::DecodeReject(body.data(), body.size(), state.reject);
     Drop();
     return Failed(ConnectFailure::kRejected);
   }
@@ -291,7 +295,7 @@ int PDU_Service::AnswerRequest() {
   if (reason) {
     std::vector<uint8_t> bytes;
     pdu::EncodeReject(kRejectPermanent, kRejectSourceUser, reason, bytes);
-    SendPDU(bytes);
+    (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
     state.accepted.clear();
     Drop();
     return 0;
@@ -374,7 +378,7 @@ void PDU_Service::SendAccept(pdu::AssociatePDU& answer) {
   GetImplementationVersion(answer.User.ImplementationVersion);
   std::vector<uint8_t> bytes;
   pdu::EncodeAssociate(pdu::kAssociateAC, answer, bytes);
-  SendPDU(bytes);
+  (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
 }
 
 bool PDU_Service::IsAssociated() const { return state_->associated; }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "kestrel/PDU_Service.h"
 #include "PDU_ServiceState.h"
+#include "kestrel/PDU_Service.h"
 
 namespace pdu = KESTREL::pdu;
 
@@ -26,7 +26,10 @@ constexpr size_t kEncodeBlock = 64 * 1024;
 class FragmentSink : public ByteBuffer::Sink {
  public:
   FragmentSink(KESTREL::TransportBuffer& out, Socket& socket, uint8_t contextID, bool command)
-      : out_(out), socket_(socket), contextID_(contextID), control_(command ? pdu::kCommandBit : 0) {
+      : out_(out),
+        socket_(socket),
+        contextID_(contextID),
+        control_(command ? pdu::kCommandBit : 0) {
     pending_.reserve(PDU_Service::kFragmentLength);
   }
 
@@ -215,7 +218,7 @@ int PDU_Service::ReadOtherPDU(uint8_t type) {
       if (ReadAssociationBody(body)) {
         std::vector<uint8_t> bytes;
         pdu::EncodeRelease(pdu::kReleaseRP, bytes);
-        SendPDU(bytes);
+        (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
       }
       Drop();
       return 0;
@@ -247,7 +250,7 @@ int PDU_Service::Close() {
   if (state.associated) {
     std::vector<uint8_t> bytes;
     pdu::EncodeRelease(pdu::kReleaseRQ, bytes);
-    SendPDU(bytes);
+    (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
     for (;;) {
       uint8_t type, reserved;
       uint32_t length;
@@ -267,7 +270,7 @@ int PDU_Service::Abort() {
   if (socket_.IsConnected()) {
     std::vector<uint8_t> bytes;
     pdu::EncodeAbort(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified, bytes);
-    SendPDU(bytes);
+    (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
   }
   Drop();
   socket_.Close();

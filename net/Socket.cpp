@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "vxCommon.h"
 #include "SocketPlatform.h"
+#include "vxCommon.h"
 
 namespace sockets = KESTREL::sockets;
 
@@ -132,7 +132,7 @@ int Socket::Open(const char* host, const char* port) {
     openFailure_ = hostUnknown_ ? OpenFailure::kHostUnknown : OpenFailure::kConnect;
     return 0;
   }
-  sockets::SetNoDelay(handle);
+  (void)sockets::SetNoDelay(handle);  // without it only slower
   dataSocket_ = handle;
   connected_ = true;
   return 1;
@@ -193,7 +193,7 @@ int Socket::Accept() {
     return 0;
   }
   CloseData();
-  sockets::SetNoDelay(handle);
+  (void)sockets::SetNoDelay(handle);  // without it only slower
   dataSocket_ = handle;
   connected_ = true;
   return 1;
@@ -204,14 +204,14 @@ int Socket::AcceptHandle(int milliseconds) {
   if (sockets::WaitReadable(listenSocket_, milliseconds) != 1) return -1;
   int handle = sockets::Accept(listenSocket_, nullptr, nullptr);
   if (handle < 0) return -1;
-  sockets::SetNoDelay(handle);
+  (void)sockets::SetNoDelay(handle);  // without it only slower
   return handle;
 }
 
 int Socket::Attach(int handle) {
   if (handle <= 0) return 0;
   CloseData();
-  sockets::SetNoDelay(handle);
+  (void)sockets::SetNoDelay(handle);  // without it only slower
   dataSocket_ = handle;
   connected_ = true;
   datagram_ = false;
@@ -238,7 +238,7 @@ int Socket::Send(const void* buffer, uint32_t length) {
     // Part of the buffer may be out: nothing more may follow it on this connection, and the
     // next receive must see the end at once rather than wait for an answer.
     sendFailed_ = true;
-    sockets::Shutdown(dataSocket_);
+    (void)sockets::Shutdown(dataSocket_);
   }
   return 1;
 }

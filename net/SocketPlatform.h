@@ -32,7 +32,7 @@ Handle OpenDatagram();
 // 0 on success, else the error code.
 int Connect(Handle handle, uint32_t address, uint16_t port);
 int Bind(Handle handle, uint32_t address, uint16_t port);
-bool Listen(Handle handle, int backlog);
+[[nodiscard]] bool Listen(Handle handle, int backlog);
 // The accepted handle (or -1 with the error in LastError); the peer's address and port are
 // written when the pointers are not null. Interrupted calls are retried.
 Handle Accept(Handle handle, uint32_t* address, uint16_t* port);
@@ -58,9 +58,9 @@ int WaitReadable(Handle handle, int64_t milliseconds);
 void Close(Handle handle);
 // Ends both directions of a connection so that a receive blocked on it in another thread
 // returns; the handle stays open for its owner to close.
-bool Shutdown(Handle handle);
+[[nodiscard]] bool Shutdown(Handle handle);
 // TCP_NODELAY: one PDU per send would otherwise wait for delayed acknowledgements.
-bool SetNoDelay(Handle handle);
+[[nodiscard]] bool SetNoDelay(Handle handle);
 // TCP_QUICKACK: acknowledges what has arrived now instead of up to 40 ms later. A peer that
 // writes a PDU in two sends without TCP_NODELAY holds the second one until the first is
 // acknowledged, so a receiver about to wait for it should not delay the acknowledgement.
@@ -68,14 +68,14 @@ void QuickAck(Handle handle);
 // The local port of a bound socket in host byte order, or 0.
 uint16_t LocalPort(Handle handle);
 // Two connected stream sockets (tests and the fuzz target use them as an in-process peer).
-bool MakePair(Handle pair[2]);
+[[nodiscard]] bool MakePair(Handle pair[2]);
 
 // Names. A resolver writes the first IPv4 address of `name` (network order) and returns true,
 // or returns false when the name is unknown.
 using HostResolver = bool (*)(const char* name, uint32_t* address);
 using ServiceResolver = bool (*)(const char* name, uint16_t* port);
-bool ResolveHost(const char* name, uint32_t* address);
-bool ResolveService(const char* name, uint16_t* port);
+[[nodiscard]] bool ResolveHost(const char* name, uint32_t* address);
+[[nodiscard]] bool ResolveService(const char* name, uint16_t* port);
 // Replace the resolver (null restores the system's) and give back the one replaced.
 HostResolver SetHostResolver(HostResolver resolver);
 ServiceResolver SetServiceResolver(ServiceResolver resolver);

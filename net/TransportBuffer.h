@@ -39,16 +39,16 @@ class TransportBuffer {
   // Passes over `length` bytes.
   [[nodiscard]] bool Skip(size_t length);
   // Whether received bytes wait to be read.
-  bool HasQueuedInput() const { return Queued() != 0; }
+  [[nodiscard]] bool HasQueuedInput() const { return Queued() != 0; }
   // Drops what is queued for reading (after a broken connection).
   void DiscardInput();
 
   void Write(const void* data, size_t length);
   // False when the channel refused a block (not connected); the send queue is emptied anyway.
-  bool Flush();
+  [[nodiscard]] bool Flush();
 
  private:
-  bool Fill();
+  [[nodiscard]] bool Fill();
   size_t Queued() const { return in_.size() - inBegin_; }
 
   ReadFunction read_;

@@ -18,17 +18,18 @@ uint16_t TypeCodeOf(const char* vr);
 std::string Text(const VR* element);
 // A new text element holding `value`, padded to an even length with a space (UI: left for
 // the codec, which pads with a zero); null when memory ran out.
-VR* NewText(uint16_t group, uint16_t element, const std::string& value, const char* vr);
+[[nodiscard]] VR* NewText(uint16_t group, uint16_t element, const std::string& value,
+                          const char* vr);
 [[nodiscard]] bool PushText(DICOMObject* target, uint16_t group, uint16_t element,
                             const std::string& value, const char* vr);
 // Pushes a sequence element holding `item` as its one item.
 [[nodiscard]] bool PushSequence(DICOMObject* target, uint16_t group, uint16_t element,
                                 std::unique_ptr<DICOMDataObject> item);
 // The first item of a sequence element, or null.
-DICOMDataObject* FirstItem(const VR* element);
+[[nodiscard]] DICOMDataObject* FirstItem(const VR* element);
 // A sequence that arrived in implicit VR with a defined length is read as a plain value by a
 // codec without a dictionary; this decodes that value into the element's items. True when the
 // element holds items afterwards (or never needed them: no value).
-bool ExpandSequence(VR* element);
+[[nodiscard]] bool ExpandSequence(VR* element);
 
 }  // namespace query_elements

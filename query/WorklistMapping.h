@@ -30,7 +30,7 @@ const Attribute* StepAttributes(size_t& count);
 // to the RIS name and compared with the order's column (so "DX" finds the orders of "General
 // Radiography", which are answered as "CR"); a key with wild cards is matched against the
 // order's modality translated to DICOM.
-bool ModalityMatches(const std::string& key, const CWorklistOrderSet& order);
+[[nodiscard]] bool ModalityMatches(const std::string& key, const CWorklistOrderSet& order);
 
 // A Study Instance UID for an order that has none: "2.25." and the decimal form of a 128-bit
 // hash of the order's key, so that every query gives the same UID for the same order.

@@ -4,12 +4,12 @@
 #include <memory>
 #include <utility>
 
-#include "kestrel/CModalityWorklistQuery.h"
-#include "kestrel/CResultsArray.h"
-#include "kestrel/DICOMObject.h"
 #include "Elements.h"
 #include "FindClient.h"
 #include "WorklistMapping.h"
+#include "kestrel/CModalityWorklistQuery.h"
+#include "kestrel/CResultsArray.h"
+#include "kestrel/DICOMObject.h"
 
 namespace el = query_elements;
 
@@ -124,7 +124,7 @@ int CModalityWorklistQuery::Query(const std::string& host, const std::string& po
 int CModalityWorklistQuery::CallBack(DICOMCommandObject* response, DICOMDataObject* match) {
   if (!results_ || !match) return 0;
   VR* sequence = match->Find(worklist::kStepSequenceGroup, worklist::kStepSequenceElement);
-  el::ExpandSequence(sequence);
+  (void)el::ExpandSequence(sequence);  // FirstItem finds none when it is no item stream
   DICOMDataObject* step = el::FirstItem(sequence);
   auto row = std::make_unique<CResult>();
   row->SetSize(kResultSize);

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "Elements.h"
+#include "WorklistMapping.h"
 #include "kestrel/CDBException.h"
 #include "kestrel/CDatabase.h"
 #include "kestrel/CModalityWorklistQuery.h"
@@ -19,8 +21,6 @@
 #include "kestrel/FindProvider.h"
 #include "kestrel/KeyMatching.h"
 #include "kestrel/PDU_Service.h"
-#include "Elements.h"
-#include "WorklistMapping.h"
 
 namespace el = query_elements;
 
@@ -59,7 +59,7 @@ std::vector<Key> ReadKeys(DICOMObject* object, bool top) {
     key.typeCode = element->TypeCode;
     key.sequence = element->SequenceItems || element->TypeCode == el::TypeCodeOf("SQ") ||
                    IsStepSequence(key.group, key.element);
-    if (top && IsStepSequence(key.group, key.element)) el::ExpandSequence(element.get());
+    if (top && IsStepSequence(key.group, key.element)) (void)el::ExpandSequence(element.get());
     DICOMDataObject* item = el::FirstItem(element.get());
     if (key.sequence && item && top && IsStepSequence(key.group, key.element))
       key.items = ReadKeys(item, false);

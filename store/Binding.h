@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/CRecordset.h"
 #include "Odbc.h"
+#include "kestrel/CRecordset.h"
 
 namespace kestrel_store {
 
@@ -22,7 +22,7 @@ Cell CellOfMember(const Binding& binding, bool nullFlag);
 // Puts a cell's value into the member ("" / 0 / status null for a null cell).
 void SetMember(const Binding& binding, const Cell& cell);
 // True when the member holds the value a null cell puts there.
-bool MemberIsEmpty(const Binding& binding);
+[[nodiscard]] bool MemberIsEmpty(const Binding& binding);
 
 }  // namespace kestrel_store
 

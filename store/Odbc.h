@@ -84,7 +84,7 @@ struct Cell {
   double real = 0;
   DBDateTime stamp;
 };
-bool SameCell(const Cell& a, const Cell& b, FieldType type);
+[[nodiscard]] bool SameCell(const Cell& a, const Cell& b, FieldType type);
 
 // Parameter values for one execution, kept alive until it is done.
 class Parameters {
@@ -117,7 +117,7 @@ class Statement {
   void Execute(Parameters& parameters);
   void ExecDirect(const std::string& sql, Parameters& parameters);
   // False at the end of the rows.
-  bool Fetch();
+  [[nodiscard]] bool Fetch();
   // Rows changed by the last INSERT, UPDATE or DELETE (0 when the driver said SQL_NO_DATA).
   long RowCount();
   void CloseCursor();
@@ -125,7 +125,7 @@ class Statement {
   int ColumnCount();
   std::string ColumnLabel(int column);
   std::string ColumnTable(int column);
-  bool ColumnIsInteger(int column);
+  [[nodiscard]] bool ColumnIsInteger(int column);
 
   // Reads column `column` of the current row as `type` into `cell`; text is cut at `maxBytes`
   // (0: no limit). A date and time the driver cannot convert reads as status invalid.
@@ -135,7 +135,7 @@ class Statement {
 
  private:
   void Bind(Parameters& parameters);
-  bool ReadFixed(SQLUSMALLINT number, SQLSMALLINT cType, void* value);
+  [[nodiscard]] bool ReadFixed(SQLUSMALLINT number, SQLSMALLINT cType, void* value);
   void ReadText(SQLUSMALLINT number, size_t maxBytes, Cell* cell);
   void ReadDateTime(SQLUSMALLINT number, Cell* cell);
   static void SetInteger(Cell* cell, int64_t value);

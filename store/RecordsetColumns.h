@@ -41,17 +41,17 @@ class RecordsetColumns {
   void RestoreFields(const Row& saved, const std::vector<bool>& nullFlags);
   // The field bound at `field`; throws when it is none.
   size_t BindingOf(const void* field) const;
-  bool IsNull(size_t i) const;
+  [[nodiscard]] bool IsNull(size_t i) const;
   void SetNull(size_t i, bool null);
 
   // The key columns of `table` (SQLite's rowid for a table without a key), each a bound field
   // or a column read beside them. False when the table has no key.
-  bool FindKeys(CDatabase::Impl& database, const CatalogName& table);
+  [[nodiscard]] bool FindKeys(CDatabase::Impl& database, const CatalogName& table);
   void ClearKeys();
   const std::vector<KeyColumn>& Keys() const { return keys_; }
   // "key = ? AND ..." with the key values of `row` added to `parameters`.
   std::string WhereKey(Parameters& parameters, const Row& row) const;
-  bool SameKey(const Row& a, const Row& b) const;
+  [[nodiscard]] bool SameKey(const Row& a, const Row& b) const;
 
   // The select list of a set over one table, in binding order and then the hidden keys.
   std::string SelectList(DialectKind dialect) const;

@@ -108,7 +108,7 @@ void RecordsetRows::MoveForwardOnly(long count, unsigned short fetchType) {
   if (!forward) Fail("HY106", "The record set is forward-only: it only moves to the next row.");
   if (eof_) Fail("24000", "The record set is already past its last row.");
   bof_ = false;
-  StepCursor();
+  (void)StepCursor();  // false at the end, which EOF tells
 }
 
 void RecordsetRows::MoveSteps(long count) {

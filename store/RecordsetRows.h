@@ -23,11 +23,11 @@ class RecordsetRows {
   void ReleaseCursor();
   void Clear();
 
-  bool IsBOF() const { return bof_; }
-  bool IsEOF() const { return eof_; }
+  [[nodiscard]] bool IsBOF() const { return bof_; }
+  [[nodiscard]] bool IsEOF() const { return eof_; }
   // Standing on a row that is there: not before the first, past the last, or where a row went.
-  bool OnRow() const;
-  bool CurrentDeleted() const;
+  [[nodiscard]] bool OnRow() const;
+  [[nodiscard]] bool CurrentDeleted() const;
   Row& Current() { return rows_[position_]; }
   void MarkCurrentDeleted() { deleted_[position_] = true; }
   // Rows read (forward-only) or rows not deleted (scrollable).
@@ -39,16 +39,16 @@ class RecordsetRows {
   // Stands on the row of `all` with the same key as `row`, or where it was when there is none.
   void StandOnSameKey(const Row& row, bool hadRow);
   // The key row of the current row, when there is one.
-  bool CurrentRow(Row& row) const;
+  [[nodiscard]] bool CurrentRow(Row& row) const;
 
  private:
   long NextLive(long from, int step) const;
   void StandOn(long index);
-  bool HasLiveRows() const;
+  [[nodiscard]] bool HasLiveRows() const;
   void MoveSteps(long count);
   void MoveToEnd(bool first);
   void MoveAbsolute(long count);
-  bool StepCursor();
+  [[nodiscard]] bool StepCursor();
   long Size() const { return static_cast<long>(rows_.size()); }
 
   RecordsetColumns& columns_;

@@ -36,13 +36,13 @@ class RecordsetWrites {
 
   // Writes the pending change. False when there was nothing to write (no field changed, or a
   // new row without a value); throws CDBException on a failure of the database.
-  bool Write();
+  [[nodiscard]] bool Write();
   // Deletes the current row of the table; throws when no row was deleted.
   void DeleteCurrent();
 
  private:
-  bool WriteUpdate();
-  bool WriteInsert();
+  [[nodiscard]] bool WriteUpdate();
+  [[nodiscard]] bool WriteInsert();
   void RestoreAfterAdd();
   Statement& PreparedStatement(const std::string& text);
   long Run(const std::string& bracketedSql, Parameters& parameters);

@@ -44,13 +44,13 @@ struct CatalogName {
 CatalogName CatalogNameOf(const std::string& tableText, const Dialect& dialect);
 
 // Text helpers shared by the record sets.
-bool EqualsIgnoreCase(const std::string& a, const std::string& b);
+[[nodiscard]] bool EqualsIgnoreCase(const std::string& a, const std::string& b);
 std::string Trim(const std::string& text);
 // True when the SQL is a statement (SELECT or WITH first) rather than table text.
-bool IsSelectStatement(const std::string& sql);
+[[nodiscard]] bool IsSelectStatement(const std::string& sql);
 // True when the table text is one table name, possibly qualified ("[dbo].[OrderTable]"), rather
 // than a join, a list of tables or a table with an alias.
-bool IsSingleTableName(const std::string& tableText);
+[[nodiscard]] bool IsSingleTableName(const std::string& tableText);
 // The column part of a bound name: "[Study].PatientUID" gives "PatientUID", "[AE Title]" gives
 // "AE Title"; the qualifier ("Study"), if any, goes to `qualifier`.
 std::string ColumnPartOf(const std::string& boundName, std::string* qualifier = nullptr);

@@ -7,9 +7,9 @@ namespace typed_text {
 
 // Walking back from the last byte, each zero byte becomes a blank; stops at the first byte that
 // is neither. False for length 0.
-bool PadTrailingZeros(uint32_t length, void* data);
+[[nodiscard]] bool PadTrailingZeros(uint32_t length, void* data);
 // Cuts trailing blanks by writing a zero after the last other byte, when there were any to cut.
 // False for length 0.
-bool CutTrailingBlanks(uint32_t length, void* data);
+[[nodiscard]] bool CutTrailingBlanks(uint32_t length, void* data);
 
 }  // namespace typed_text

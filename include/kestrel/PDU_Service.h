@@ -174,7 +174,8 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   void BuildRequest(const char* transferSyntax);
   void KeepAcceptedContexts(const KESTREL::pdu::AssociatePDU& answer);
   bool ReadAssociationBody(std::vector<uint8_t>& body);
-  void SendPDU(const std::vector<uint8_t>& pdu);
+  // False when the connection is gone; a send that fails on a live one shows at the next read.
+  [[nodiscard]] bool SendPDU(const std::vector<uint8_t>& pdu);
   void Drop();
   void AbortAndDrop(uint8_t source, uint8_t reason);
   int ReadValue(DICOMObject* object, UID& transferSyntax, bool& complete);

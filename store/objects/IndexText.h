@@ -22,7 +22,7 @@ std::string AttributeText(ImageIODModule* iod, uint16_t group, uint16_t element)
 // The same for one element; `typeCode` is its VR (0: text).
 std::string ElementText(const VR* element, uint16_t typeCode);
 // The element of an attribute with a value, wherever the instance holds it; null otherwise.
-VR* FindAttribute(ImageIODModule* iod, uint16_t group, uint16_t element);
+[[nodiscard]] VR* FindAttribute(ImageIODModule* iod, uint16_t group, uint16_t element);
 // The first value of the same text.
 std::string FirstValue(const std::string& text);
 

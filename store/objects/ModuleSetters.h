@@ -14,15 +14,15 @@ namespace store_objects {
 
 // Text through the element's typed Set (whole value, VR rules applied); "" leaves the
 // attribute present and empty. False when memory runs out.
-bool SetText(VR_XXTYPED* element, const char* text);
+[[nodiscard]] bool SetText(VR_XXTYPED* element, const char* text);
 // One binary value (GetSize() bytes) through the element's typed Set.
-bool SetBinary(VR_XXTYPED* element, const void* value);
+[[nodiscard]] bool SetBinary(VR_XXTYPED* element, const void* value);
 // A copy of every item; an empty list leaves an empty sequence.
-bool SetItems(VR_XXTYPED* element, Array<DICOMDataObject*>* items);
+[[nodiscard]] bool SetItems(VR_XXTYPED* element, Array<DICOMDataObject*>* items);
 
 // True when every one of `results` is true.
 template <class... Results>
-bool All(Results... results) {
+[[nodiscard]] bool All(Results... results) {
   return (... && results);
 }
 

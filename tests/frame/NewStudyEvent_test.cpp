@@ -27,7 +27,7 @@ class NewStudyEventTest : public testing::Test {
     KESTREL::SetNewStudyEventName(name_);
   }
   void TearDown() override {
-    KESTREL::platform::SharedEvent::Remove(name_);
+    (void)KESTREL::platform::SharedEvent::Remove(name_);
     KESTREL::SetNewStudyEventName("");
   }
 
