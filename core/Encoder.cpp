@@ -208,8 +208,16 @@ bool DICOMCodec::EncodeItems(Array<DICOMDataObject*>* list, ByteBuffer& buffer, 
 
 // A sequence held as raw implicit VR items is read into items and written as any sequence, so
 // that an explicit stream carries SQ with its items, each element with its own VR. Bytes that
-// are not an item stream after all go out unchanged as UN.
+// are not an item stream go out unchanged as UN.
 bool DICOMCodec::EncodeRawSequence(VR* element, ByteBuffer& buffer, int mode) {
+  if (!ExpandSequenceValue(element)) element->TypeCode = kTypeUN;
+  return EncodeElement(element, buffer, mode);
+}
+
+bool DICOMCodec::ExpandSequenceValue(VR* element) {
+  if (!element) return false;
+  if (HasItems(element)) return true;
+  if (!element->Data || !element->Length) return false;
   DICOMDataObject holder;
   auto sequence =
       std::unique_ptr<VR>(new (std::nothrow) VR(element->Group, element->Element, 0, false));
@@ -221,19 +229,16 @@ bool DICOMCodec::EncodeRawSequence(VR* element, ByteBuffer& buffer, int mode) {
   ByteBuffer raw;
   raw.WriteBytes(element->Data, element->Length);
   raw.SetBigEndian(false);
-  const bool itemStream =
-      DecodeSequenceItems(raw, &holder, kModeImplicitLittle) && !raw.HasBytes() && HasItems(parsed);
-  if (!itemStream) {
-    element->TypeCode = kTypeUN;
-    return EncodeElement(element, buffer, mode);
-  }
-  buffer.Write16(element->Group);
-  buffer.Write16(element->Element);
-  buffer.Write8('S');
-  buffer.Write8('Q');
-  buffer.Write16(0);
-  buffer.Write32(0xFFFFFFFF);
-  return EncodeItems(parsed->SequenceItems, buffer, mode);
+  if (!DecodeSequenceItems(raw, &holder, kModeImplicitLittle) || raw.HasBytes() ||
+      !HasItems(parsed))
+    return false;
+  if (element->OwnsData) delete[] static_cast<char*>(element->Data);
+  element->Data = nullptr;
+  element->Length = 0;
+  element->TypeCode = kTypeSQ;
+  element->SequenceItems = parsed->SequenceItems;
+  parsed->SequenceItems = nullptr;
+  return true;
 }
 
 bool DICOMCodec::WriteEncapsulated(Array<DICOMDataObject*>* items, ByteBuffer& buffer) {

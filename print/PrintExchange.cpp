@@ -2,14 +2,13 @@
 
 #include <cstdio>
 
-#include "vxCommon.h"
-#include "kestrel/ByteBuffer.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/PrintServiceClasses.h"
 #include "kestrel/Status.h"
+#include "vxCommon.h"
 
 namespace KESTREL {
 namespace print {
@@ -195,17 +194,10 @@ std::vector<UID> ReferencedInstances(DICOMObject* dataSet, uint16_t group, uint1
   std::vector<UID> instances;
   VR* sequence = dataSet->Find(group, element);
   if (!sequence) return instances;
-  DICOMDataObject holder;
-  if (!sequence->SequenceItems && sequence->Data) {
-    auto decoded = std::make_unique<VR_SQ>(group, element);
-    if (!holder.Push(decoded.get())) return instances;
-    decoded.release();
-    ByteBuffer bytes;
-    bytes.WriteBytes(sequence->Data, sequence->Length);
-    DICOMCodec codec;
-    if (!codec.DecodeImplicitItems(bytes, &holder)) return instances;
-    sequence = holder.Find(group, element);
-  }
+  // An implicit answer read without a dictionary holds the sequence as its items' bytes.
+  DICOMCodec codec;
+  if (!sequence->SequenceItems && sequence->Data && !codec.ExpandSequenceValue(sequence))
+    return instances;
   for (uint32_t i = 0; sequence->SequenceItems && i < sequence->SequenceItems->GetSize(); ++i) {
     UID instance;
     instance.Set(sequence->SequenceItems->Get(i)->Find(0x0008, kReferencedSOPInstanceUID));

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <new>
 
-#include "kestrel/ByteBuffer.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/KeyMatching.h"
@@ -66,26 +65,8 @@ DICOMDataObject* FirstItem(const VR* element) {
 bool ExpandSequence(VR* element) {
   if (!element) return false;
   if (element->SequenceItems || !element->Data || !element->Length) return true;
-  ByteBuffer bytes;
-  bytes.WriteBytes(element->Data, element->Length);
-  // The items decode into the sequence element last pushed: a stand-in for `element`.
-  DICOMDataObject holder;
-  auto carrier =
-      std::unique_ptr<VR>(new (std::nothrow) VR(element->Group, element->Element, 0, false));
-  if (!carrier) return false;
-  carrier->TypeCode = TypeCodeOf("SQ");
-  VR* stand = carrier.get();
-  if (!holder.Push(carrier.get())) return false;
-  carrier.release();
   DICOMCodec codec;
-  if (!codec.Decode(bytes, &holder, 100) || !stand->SequenceItems) return false;
-  if (element->OwnsData) delete[] static_cast<char*>(element->Data);
-  element->Data = nullptr;
-  element->Length = 0;
-  element->TypeCode = TypeCodeOf("SQ");
-  element->SequenceItems = stand->SequenceItems;
-  stand->SequenceItems = nullptr;
-  return true;
+  return codec.ExpandSequenceValue(element);
 }
 
 }  // namespace query_elements

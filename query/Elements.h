@@ -28,8 +28,9 @@ std::string Text(const VR* element);
 // The first item of a sequence element, or null.
 [[nodiscard]] DICOMDataObject* FirstItem(const VR* element);
 // A sequence that arrived in implicit VR with a defined length is read as a plain value by a
-// codec without a dictionary; this decodes that value into the element's items. True when the
-// element holds items afterwards (or never needed them: no value).
+// codec without a dictionary; this reads that value into the element's items
+// (DICOMCodec::ExpandSequenceValue). True when the element holds items afterwards, or has no
+// value at all.
 [[nodiscard]] bool ExpandSequence(VR* element);
 
 }  // namespace query_elements

@@ -52,6 +52,11 @@ class KESTREL_API DICOMCodec {
   bool DecodeExplicitItems(ByteBuffer& buffer, DICOMObject* object);
   // Fragments into the pixel data element last pushed into `object`.
   bool ReadEncapsulated(ByteBuffer& buffer, DICOMObject* object);
+  // A sequence read from an implicit VR stream by a codec without a dictionary keeps the bytes
+  // of its items as its value (PS3.5 6.2.2). This reads them into items: the element becomes
+  // an SQ holding them, its value freed. True when the element holds items now (or did
+  // already); false, the element left as it was, when its bytes are no item stream.
+  bool ExpandSequenceValue(VR* element);
 
   // Detaches (and, when it was owned, destroys) the previous dictionary. With `owned` the
   // dictionary is deleted with this object or at the next attach; otherwise the caller keeps it.
@@ -90,21 +95,18 @@ class KESTREL_API DICOMCodec {
   virtual std::string GetLocalAETitle() const;
 
  private:
-  DICOMDataObject* ReadFile(const char* path, uint64_t limit, FileReadResult* result,
-                            int* error);
+  DICOMDataObject* ReadFile(const char* path, uint64_t limit, FileReadResult* result, int* error);
   bool EncodeElements(DICOMObject* object, ByteBuffer& buffer, int mode, bool dropMeta, bool top);
   bool EncodeElement(VR* element, ByteBuffer& buffer, int mode);
   bool EncodeItems(Array<DICOMDataObject*>* items, ByteBuffer& buffer, int mode);
   bool EncodeRawSequence(VR* element, ByteBuffer& buffer, int mode);
   uint16_t TypeCodeToWrite(const VR* element) const;
   bool EncodeMetaFirst(DICOMObject* object, ByteBuffer& buffer, int metaMode);
-  bool EncodeFile(DICOMObject* object, ByteBuffer& buffer, int form,
-                  const char* transferSyntaxUID);
+  bool EncodeFile(DICOMObject* object, ByteBuffer& buffer, int form, const char* transferSyntaxUID);
   struct DecodeLevel;
   bool DecodeElements(ByteBuffer& buffer, DICOMObject* object, int mode, bool top);
   bool SwitchSyntax(ByteBuffer& buffer, DecodeLevel& level, uint16_t& group);
-  bool DecodeItemTag(ByteBuffer& buffer, DICOMObject* object, int mode, uint16_t number,
-                     bool& end);
+  bool DecodeItemTag(ByteBuffer& buffer, DICOMObject* object, int mode, uint16_t number, bool& end);
   bool ReadElementHeader(ByteBuffer& buffer, DecodeLevel& level, bool metaEnds, VR& element,
                          uint32_t& length, bool& explicitVR);
   uint16_t LookUpTypeCode(const VR& element) const;
