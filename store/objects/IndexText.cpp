@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "kestrel/CStorage.h"
+#include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
 #include "kestrel/VR_XXTYPED.h"
@@ -48,7 +49,14 @@ std::string TrimTrailingBlanks(const std::string& text) {
   return last == std::string::npos ? std::string() : text.substr(0, last + 1);
 }
 
-std::string CutToColumn(const std::string& text) { return text.substr(0, kColumnWidth); }
+std::string CutText(const std::string& text, size_t bytes) {
+  if (text.size() <= bytes) return text;
+  // Never inside a UTF-8 sequence: its continuation bytes are 10xxxxxx.
+  while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0) == 0x80) --bytes;
+  return text.substr(0, bytes);
+}
+
+std::string CutToColumn(const std::string& text) { return CutText(text, kColumnWidth); }
 
 std::string ElementText(const VR* element, uint16_t typeCode) {
   if (!element || !element->Data || element->Length == 0) return std::string();
@@ -87,7 +95,13 @@ std::string AttributeText(ImageIODModule* iod, uint16_t group, uint16_t element)
   uint16_t typeCode = found->TypeCode;
   if (VR_XXTYPED* typed = VR_XXTYPED::Cast(found); typed && !typeCode)
     typeCode = typed->GetTypeCode();
-  return ElementText(found, typeCode);
+  std::string text = ElementText(found, typeCode);
+  // The databases hold text in UTF-8 (PostgreSQL refuses any other bytes in a UTF8 database).
+  for (unsigned char c : text) {
+    if (c < 0x80) continue;
+    return KESTREL::ToUTF8(text, ElementText(FindAttribute(iod, 0x0008, 0x0005), 0));
+  }
+  return text;
 }
 
 std::string FirstValue(const std::string& text) {

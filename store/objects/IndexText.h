@@ -17,7 +17,9 @@ constexpr size_t kColumnWidth = 255;  // the text columns' bound length
 // The value of attribute (group,element) of the instance, wherever it is held (a module or
 // the other attributes): text values as stored, up to their first zero byte; binary numbers
 // (US, SS, UL, SL, FL, FD) in decimal; several values joined by "\". Blanks at both ends are
-// removed. "" when the attribute is absent or has no value; sequences and bulk values give "".
+// removed; text that is not ASCII is converted to UTF-8 from the instance's Specific Character
+// Set (KESTREL::ToUTF8). "" when the attribute is absent or has no value; sequences and bulk
+// values give "".
 std::string AttributeText(ImageIODModule* iod, uint16_t group, uint16_t element);
 // The same for one element; `typeCode` is its VR (0: text).
 std::string ElementText(const VR* element, uint16_t typeCode);
@@ -28,7 +30,9 @@ std::string FirstValue(const std::string& text);
 
 std::string TrimBlanks(const std::string& text);          // both ends
 std::string TrimTrailingBlanks(const std::string& text);  // the end only
-// At most kColumnWidth characters.
+// At most `bytes` bytes, cut before a whole UTF-8 character.
+std::string CutText(const std::string& text, size_t bytes);
+// At most kColumnWidth bytes, the same way.
 std::string CutToColumn(const std::string& text);
 
 // `format` with printf-style arguments.

@@ -95,7 +95,8 @@ int Failed(const char* operation, const std::string& detail) {
 // A study value that does not fit its column keeps its start and says it was cut.
 std::string FitStudyValue(const std::string& text) {
   if (text.size() <= store_objects::kColumnWidth) return text;
-  return text.substr(0, store_objects::kColumnWidth - (sizeof kTruncated - 1)) + kTruncated;
+  return store_objects::CutText(text, store_objects::kColumnWidth - (sizeof kTruncated - 1)) +
+         kTruncated;
 }
 
 std::string LocalNow(const char* format) {
