@@ -3,9 +3,12 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
+#include "kestrel/PresentationContext.h"
 #include "kestrel/StandardStorage.h"
 #include "CommandSet.h"
 
@@ -18,6 +21,9 @@ constexpr uint16_t kMetaGroup = 0x0002;
 constexpr uint16_t kTransferSyntaxUID = 0x0010;
 constexpr uint16_t kDataGroup = 0x0008;
 constexpr uint16_t kSOPClassUID = 0x0016;
+constexpr uint16_t kSOPInstanceUID = 0x0018;
+constexpr uint16_t kFailedSOPInstanceUIDList = 0x0058;
+constexpr uint16_t kCancelCommand = 0x0FFF;
 
 int SetUID(UID& uid, const char* value) {
   uid = value;
@@ -46,32 +52,58 @@ std::string TextOf(unsigned char* bytes, size_t size) {
   return std::string(reinterpret_cast<const char*>(bytes));
 }
 
-// The C-STORE sub-operations of one C-MOVE. One sub-association is open at a time, for one SOP
-// class and one proposed transfer syntax; an object that needs another is sent over a new one.
-// A destination that could not be reached for a kind of object is not tried again for it.
-class SubAssociation {
+// The C-STORE sub-operations of one C-MOVE (PS3.4 C.4.2.3.1), each a C-STORE through
+// StandardStorage::Store naming the move originator. They share one association with the
+// destination, proposing for every SOP class the matches name (PlanFor) the transfer syntaxes
+// its stored instances can go in (StorageTransferSyntaxes), so that each instance goes in the
+// syntax it is held in or one the destination accepts. An instance of a class or syntax not
+// foreseen opens the association again with it added. A destination that could not be
+// reached is not tried again.
+class SubOperations {
  public:
-  SubAssociation(std::string destination, std::string localAE, std::string host, std::string port,
-                 uint32_t timeout)
-      : destination_(std::move(destination)),
-        localAE_(std::move(localAE)),
-        host_(std::move(host)),
-        port_(std::move(port)),
-        timeout_(timeout) {}
-  ~SubAssociation() { Release(); }
+  struct Destination {
+    std::string aeTitle, localAE, host, port;
+    uint32_t timeout = 0;
+  };
+
+  SubOperations(Destination destination, CStoreRQ::Options options)
+      : destination_(std::move(destination)), options_(std::move(options)) {}
+  ~SubOperations() { Release(); }
+
+  // Foresees instances of `sopClass` held in `heldSyntax`; false when no more contexts fit.
+  bool PlanFor(const UID& sopClass, const UID& heldSyntax) {
+    if (sopClass.IsEmpty()) return true;
+    const std::vector<UID> syntaxes = StorageTransferSyntaxes(heldSyntax);
+    for (const Proposal& planned : plan_)
+      if (planned.sopClass == sopClass && planned.syntaxes[0] == syntaxes[0]) return true;
+    if (plan_.size() == kMaxContexts) return false;
+    plan_.push_back({sopClass, syntaxes});
+    return true;
+  }
 
   // The C-STORE-RSP status, or false when the object could not be sent.
   bool Store(StandardStorage* storage, DICOMDataObject* object, uint16_t& status) {
-    UID sopClass;
+    UID sopClass, sopInstance, held;
     storage->GetUID(sopClass);
     if (sopClass.IsEmpty()) sopClass.Set(object->Find(kDataGroup, kSOPClassUID));
-    UID syntax = ProposedSyntax(object);
-    if (!pdu_ || sopClass != sopClass_ || syntax != syntax_) {
-      if (failedClass_ == sopClass && failedSyntax_ == syntax && !sopClass.IsEmpty()) return false;
-      if (!Open(sopClass, syntax)) return false;
+    sopInstance.Set(object->Find(kDataGroup, kSOPInstanceUID));
+    held.Set(object->Find(kMetaGroup, kTransferSyntaxUID));
+    if (sopClass.IsEmpty() || sopInstance.IsEmpty() || !CanTravel(object, held)) return false;
+    if (!Foreseen(sopClass, held)) {
+      if (!PlanFor(sopClass, held)) {
+        plan_.clear();
+        PlanFor(sopClass, held);
+      }
+      Release();
     }
-    if (storage->Write(pdu_.get(), object, &status)) return true;
-    pdu_.reset();  // the association broke; the next object opens a new one
+    if (!pdu_ && (unreachable_ || !Open())) return false;
+    const PresentationContext* context = FindStorageContext(*pdu_, sopClass, held);
+    if (!context) return false;  // the destination refused this class in these syntaxes
+    if (StandardStorage::Store(pdu_.get(), context->PresentationContextID, sopClass, sopInstance,
+                               object, options_, &status))
+      return true;
+    pdu_->Abort();  // the association broke; the next object opens a new one
+    pdu_.reset();
     return false;
   }
 
@@ -81,44 +113,95 @@ class SubAssociation {
   }
 
  private:
-  // Uncompressed objects are re-encoded in whatever the default proposal gives; encapsulated
-  // pixel data can only travel in its own transfer syntax.
-  static UID ProposedSyntax(DICOMDataObject* object) {
-    UID syntax;
-    syntax.Set(object->Find(kMetaGroup, kTransferSyntaxUID));
-    static const UID kNative[] = {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1",
-                                  "1.2.840.10008.1.2.2"};
-    for (const UID& native : kNative) {
-      if (syntax == native) return UID();
-    }
-    return syntax;
+  static constexpr size_t kMaxContexts = 128;  // odd context IDs 1 to 255 (PS3.8 9.3.2.2)
+
+  struct Proposal {
+    UID sopClass;
+    std::vector<UID> syntaxes;
+  };
+
+  // Encapsulated pixel data held under an uncompressed syntax would reach the peer as a
+  // stream it cannot parse.
+  static bool CanTravel(DICOMDataObject* object, const UID& held) {
+    VR* pixels = object->Find(0x7FE0, 0x0010);
+    return !IsUncompressedTransferSyntax(held) || !pixels || !pixels->SequenceItems ||
+           !pixels->SequenceItems->GetSize();
   }
 
-  bool Open(const UID& sopClass, const UID& syntax) {
-    Release();
+  bool Foreseen(const UID& sopClass, const UID& held) const {
+    const UID first = StorageTransferSyntaxes(held)[0];
+    for (const Proposal& planned : plan_)
+      if (planned.sopClass == sopClass && planned.syntaxes[0] == first) return true;
+    return false;
+  }
+
+  bool Open() {
     auto pdu = std::make_unique<PDU_Service>();
     pdu->SetApplicationContext(kApplicationContext);
-    pdu->AddAbstractSyntax(sopClass);
-    pdu->SetTimeout(timeout_);
-    if (!pdu->SetLocalAddress(localAE_) || !pdu->SetRemoteAddress(destination_) ||
-        !pdu->Connect(host_.c_str(), port_.c_str(),
-                      syntax.IsEmpty() ? nullptr : syntax.GetBuffer())) {
-      failedClass_ = sopClass;
-      failedSyntax_ = syntax;
+    for (const Proposal& planned : plan_)
+      pdu->AddAbstractSyntax(planned.sopClass, planned.syntaxes);
+    pdu->SetTimeout(destination_.timeout);
+    if (!pdu->SetLocalAddress(destination_.localAE) ||
+        !pdu->SetRemoteAddress(destination_.aeTitle) ||
+        !pdu->Connect(destination_.host.c_str(), destination_.port.c_str(), nullptr)) {
+      unreachable_ = true;
       return false;
     }
     pdu_ = std::move(pdu);
-    sopClass_ = sopClass;
-    syntax_ = syntax;
     return true;
   }
 
-  std::string destination_, localAE_, host_, port_;
-  uint32_t timeout_;
+  Destination destination_;
+  CStoreRQ::Options options_;
+  std::vector<Proposal> plan_;
   std::unique_ptr<PDU_Service> pdu_;
-  UID sopClass_, syntax_;
-  UID failedClass_, failedSyntax_;
+  bool unreachable_ = false;
 };
+
+// The Failed SOP Instance UID List (0008,0058) of a final response (PS3.4 C.4.2.1.4.4); as many
+// UIDs as a value of a 16-bit length holds.
+std::unique_ptr<DICOMDataObject> FailedList(const std::vector<std::string>& failed) {
+  if (failed.empty()) return nullptr;
+  std::string list;
+  for (const std::string& uid : failed) {
+    if (list.size() + uid.size() + 2 > 0xFFFE) break;
+    list += (list.empty() ? "" : "\\") + uid;
+  }
+  if (list.size() & 1) list += '\0';
+  auto identifier = std::make_unique<DICOMDataObject>();
+  auto element = std::make_unique<VR>(kDataGroup, kFailedSOPInstanceUIDList,
+                                      static_cast<uint32_t>(list.size()), true);
+  if (!element->Data) return nullptr;
+  std::memcpy(element->Data, list.data(), list.size());
+  element->TypeCode = MakeTypeCode('U', 'I');
+  if (!identifier->Push(element.get())) return nullptr;
+  element.release();
+  return identifier;
+}
+
+// Whether the peer has asked to cancel `request` (PS3.7 9.3.4.3); `broken` when it sent
+// anything else, after which the move cannot go on.
+bool CancelAsked(PDU_Service* pdu, DICOMCommandObject* request, bool& broken) {
+  while (pdu->HasInput()) {
+    DICOMCommandObject command;
+    if (!pdu->Read(&command) ||
+        command.GetUInt16(0x0000, command::kCommandField) != kCancelCommand) {
+      broken = true;
+      return false;
+    }
+    if (command.GetUInt16(0x0000, command::kMessageIDBeingRespondedTo) ==
+        request->GetUInt16(0x0000, command::kMessageID))
+      return true;
+  }
+  return false;
+}
+
+std::string InstanceOf(DICOMDataObject* match, DICOMDataObject* object) {
+  UID uid;
+  if (object) uid.Set(object->Find(kDataGroup, kSOPInstanceUID));
+  if (uid.IsEmpty() && match) uid.Set(match->Find(kDataGroup, kSOPInstanceUID));
+  return uid.ToString();
+}
 
 }  // namespace
 
@@ -188,40 +271,62 @@ int StandardRetrieve::Read(PDU_Service* pdu, DICOMCommandObject* request) {
     DeleteAll(matches);
     return CMoveRSP::Write(pdu, request, DIMSEStatus::kUnableToProcess, counts);
   }
-  SubAssociation sub(TextOf(destination, sizeof destination), TextOf(localAE, sizeof localAE),
-                     TextOf(host, sizeof host), TextOf(port, sizeof port), pdu->GetTimeout());
+  CStoreRQ::Options origin;
+  origin.MoveOriginatorAETitle = pdu->GetCallingAETitle();
+  origin.MoveOriginatorMessageID = request->GetUInt16(0x0000, command::kMessageID);
+  SubOperations sub({TextOf(destination, sizeof destination), TextOf(localAE, sizeof localAE),
+                     TextOf(host, sizeof host), TextOf(port, sizeof port), pdu->GetTimeout()},
+                    origin);
   const uint32_t total = matches.GetSize();
-  counts.Remaining = static_cast<uint16_t>(total > 0xFFFF ? 0xFFFF : total);
   for (uint32_t i = 0; i < total; ++i) {
+    UID sopClass, held;
+    if (!matches.Get(i)) continue;
+    sopClass.Set(matches.Get(i)->Find(kDataGroup, kSOPClassUID));
+    held.Set(matches.Get(i)->Find(kMetaGroup, kTransferSyntaxUID));
+    if (!sub.PlanFor(sopClass, held)) break;
+  }
+  counts.Remaining = static_cast<uint16_t>(total > 0xFFFF ? 0xFFFF : total);
+  std::vector<std::string> failed;
+  uint16_t final = 0;
+  for (uint32_t i = 0; i < total && !final; ++i) {
     std::unique_ptr<DICOMDataObject> match(matches.Get(i));
     matches.Get(i) = nullptr;
     DICOMDataObject* object = nullptr;
     StandardStorage* storage = nullptr;
     int found = match && RetrieveOn(match.get(), &object, &storage);
     std::unique_ptr<DICOMDataObject> toSend(object);
+    const std::string instance = InstanceOf(match.get(), toSend.get());
     uint16_t status = 0;
     bool sent = found && toSend && storage && sub.Store(storage, toSend.get(), status);
-    if (!sent || IsMoveFailure(status))
+    if (!sent || IsMoveFailure(status)) {
       ++counts.Failed;
-    else if (IsWarning(status))
+      if (!instance.empty()) failed.push_back(instance);
+    } else if (IsWarning(status)) {
       ++counts.Warning;
-    else
+    } else {
       ++counts.Completed;
+    }
     if (counts.Remaining) --counts.Remaining;
-    if (i + 1 < total && !CMoveRSP::Write(pdu, request, DIMSEStatus::kPending, counts)) {
+    bool broken = false;
+    if (i + 1 < total && CancelAsked(pdu, request, broken)) final = DIMSEStatus::kCancel;
+    if (broken || (i + 1 < total && !final &&
+                   !CMoveRSP::Write(pdu, request, DIMSEStatus::kPending, counts))) {
       DeleteAll(matches);
       return 0;
     }
   }
-  matches.RemoveAll();
+  DeleteAll(matches);
   sub.Release();
-  uint16_t final = DIMSEStatus::kSuccess;
-  if (counts.Failed && !counts.Completed && !counts.Warning)
-    final = DIMSEStatus::kOutOfResourcesSubOperations;
-  else if (counts.Failed || counts.Warning)
-    final = DIMSEStatus::kSubOperationsWithFailures;
-  counts.Remaining = 0;
-  return CMoveRSP::Write(pdu, request, final, counts);
+  if (!final) {
+    counts.Remaining = 0;
+    final = DIMSEStatus::kSuccess;
+    if (counts.Failed && !counts.Completed && !counts.Warning)
+      final = DIMSEStatus::kOutOfResourcesSubOperations;
+    else if (counts.Failed || counts.Warning)
+      final = DIMSEStatus::kSubOperationsWithFailures;
+  }
+  std::unique_ptr<DICOMDataObject> list = FailedList(failed);
+  return CMoveRSP::Write(pdu, request, final, counts, list.get());
 }
 
 int PatientRootRetrieve::GetUID(UID& uid) { return SetUID(uid, "1.2.840.10008.5.1.4.1.2.1.2"); }

@@ -52,12 +52,19 @@ class KESTREL_API StandardRetrieve : public CMoveRQ, public CMoveRSP {
   // failure (Axxx or Cxxx); warnings (B000) and success give 1.
   int Write(PDU_Service* pdu, DICOMDataObject* identifier, const char* moveDestination);
   // Acceptor: `request` is a C-MOVE-RQ already read from `pdu`. Reads the identifier, asks
-  // QualifyOn and SearchOn, and stores each object RetrieveOn gives to the destination over a
-  // sub-association of its own (PS3.4 C.4.2.3.1), opened by this side as requester with the
-  // object's SOP class (and, for an encapsulated transfer syntax, that syntax; otherwise the
-  // default). A pending C-MOVE-RSP after each sub-operation and the final one report the
-  // counts; the final status is success, B000 when some failed, or A702 when all failed. 1
-  // when every response went out.
+  // QualifyOn and SearchOn, and stores each object RetrieveOn gives to the destination (PS3.4
+  // C.4.2.3.1) with StandardStorage::Store, naming this request's calling AE title and Message
+  // ID as the move originator. The sub-operations share one association, opened by this side
+  // as requester, which proposes every SOP class the matches name in (0008,0016), each with
+  // the transfer syntaxes StorageTransferSyntaxes gives for the syntax the match names in
+  // (0002,0010); an object of a class or syntax not proposed opens it again with that one
+  // added. Each object goes on the context FindStorageContext finds for it: in its own syntax
+  // or, for uncompressed data, whichever uncompressed one the destination accepted; an object
+  // whose class the destination refused fails. A pending C-MOVE-RSP after each sub-operation
+  // but the last carries the counts; a C-CANCEL-RQ between them ends the move with Cancel
+  // (FE00). The final response carries the counts and, when some failed, the Failed SOP
+  // Instance UID List (0008,0058); its status is success, B000 when some failed or gave a
+  // warning, or A702 when all failed. 1 when every response went out.
   int Read(PDU_Service* pdu, DICOMCommandObject* request);
 };
 
