@@ -22,7 +22,8 @@ bool FindAssociation::Open(StandardQuery& query, const std::string& host, const 
   query.GetUID(sopClass);
   association_.SetApplicationContext(kApplicationContext);
   association_.AddAbstractSyntax(sopClass);
-  const std::string connectError = "Error: Unable to connect to " + host + "\r\n";
+  const std::string connectError =
+      std::string(capitals_ ? "ERROR" : "Error") + ": Unable to connect to " + host + "\r\n";
   for (const std::string* title : {&callingAE, &calledAE}) {
     if (title->size() <= 16) continue;
     KESTREL::SetLastErrorText(connectError + "The AE title " + *title +
@@ -44,7 +45,8 @@ bool FindAssociation::Open(StandardQuery& query, const std::string& host, const 
 bool FindAssociation::Find(StandardQuery& query, DICOMDataObject* identifier,
                            KESTREL::KESTREL_STATUS* status) {
   if (query.Write(&association_, identifier)) return true;
-  KESTREL::SetLastErrorText("Error: Unable to write DICOM object.\r\n");
+  KESTREL::SetLastErrorText(capitals_ ? "ERROR: Unable to write DICOM object.\r\n"
+                                      : "Error: Unable to write DICOM object.\r\n");
   association_.Close();
   SetStatus(status, KESTREL::KESTREL_STATUS_WRITE_FAILED);
   return false;

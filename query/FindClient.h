@@ -16,9 +16,13 @@ namespace query_client {
 
 class FindAssociation {
  public:
+  // `capitals`: the texts begin "ERROR: " as those of the patient- and study-root queries do,
+  // rather than "Error: ".
+  explicit FindAssociation(bool capitals = false) : capitals_(capitals) {}
+
   // Connects to `host` and `port` proposing the query's SOP class in implicit VR little
   // endian. False with `status` KESTREL_STATUS_CONNECT_FAILED and the last-error text
-  // "Error: Unable to connect to <host>\r\n" and the reason.
+  // "Error: Unable to connect to <host>\r\n" (or "ERROR: ...") and the reason.
   [[nodiscard]] bool Open(StandardQuery& query, const std::string& host, const std::string& port,
                           const std::string& callingAE, const std::string& calledAE,
                           KESTREL::KESTREL_STATUS* status);
@@ -31,6 +35,7 @@ class FindAssociation {
   void Close(KESTREL::KESTREL_STATUS* status);
 
  private:
+  bool capitals_;
   PDU_Service association_{"pdu.txt"};
 };
 

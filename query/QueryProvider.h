@@ -1,0 +1,21 @@
+#pragma once
+
+// The provider side shared by the patient-root and study-root queries: a C-FIND answered from
+// the image database, streamed (Answer) or collected (SearchOn).
+
+#include <string>
+
+#include "kestrel/Array.h"
+#include "query/ImageSearch.h"
+
+class DICOMCommandObject;
+class DICOMDataObject;
+class PDU_Service;
+
+namespace query_provider {
+
+int Answer(const image_search::Settings& settings, PDU_Service* pdu, DICOMCommandObject* request);
+int SearchOn(const image_search::Settings& settings, DICOMDataObject* query,
+             Array<DICOMDataObject*>* matches);
+
+}  // namespace query_provider
