@@ -6,6 +6,7 @@
 // Data model, codec, dictionary and files.
 #include "kestrel/Array.h"
 #include "kestrel/ByteBuffer.h"
+#include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
@@ -66,10 +67,15 @@
 #include "kestrel/DatabaseSetup.h"
 #include "kestrel/RecordSets.h"
 
-// Query results, key matching, the C-FIND provider, the worklist and the report query.
+// Query results, key matching, the C-FIND provider, query and retrieve, the worklist and the
+// report query.
 #include "kestrel/CMitraReportQuery.h"
 #include "kestrel/CModalityWorklistQuery.h"
+#include "kestrel/CPatientRootQuery.h"
+#include "kestrel/CPatientRootRetrieve.h"
 #include "kestrel/CResultsArray.h"
+#include "kestrel/CStudyRootQuery.h"
+#include "kestrel/CStudyRootRetrieve.h"
 #include "kestrel/FindProvider.h"
 #include "kestrel/KeyMatching.h"
 
