@@ -22,6 +22,7 @@
 #include "ExitCodes.h"
 #include "NetOptions.h"
 #include "ServeDispatcher.h"
+#include "ServeQuery.h"
 #include "ServeWorklist.h"
 #include "StoreObject.h"
 #include "kestrel/CDatabase.h"
@@ -138,6 +139,8 @@ int RunServe(const ServeOptions& options) {
   auto server = std::make_shared<Server>(settings);
   AddEchoHandler(server->dispatcher);
   AddStoreHandler(server->dispatcher);
+  AddFindHandlers(server->dispatcher);
+  AddMoveHandlers(server->dispatcher);
   if (!options.risConnect.empty()) AddWorklistHandler(server->dispatcher, options.risConnect);
 
   std::printf("kestrel serve: listening on port %d as %s, storing in %s\n", listener.GetLocalPort(),

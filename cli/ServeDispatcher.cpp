@@ -10,6 +10,7 @@
 namespace {
 
 constexpr uint16_t kCommandGroup = 0x0000;
+constexpr uint16_t kAffectedSOPClassUID = 0x0002;
 constexpr uint16_t kCommandField = 0x0100;
 constexpr uint16_t kDataSetType = 0x0800;
 constexpr uint16_t kNoDataSet = 0x0101;
@@ -32,8 +33,26 @@ class ServePDU : public PDU_Service {
 Dispatcher::Dispatcher(ServeSettings settings, ServeCounters& counters)
     : settings_(std::move(settings)), counters_(counters) {}
 
-void Dispatcher::Add(uint16_t commandField, Handler handler) {
-  handlers_[commandField] = std::move(handler);
+void Dispatcher::Add(uint16_t commandField, Handler handler, const std::string& sopClass) {
+  handlers_[{commandField, sopClass}] = std::move(handler);
+}
+
+// The handler of the request's command field and SOP class, else the one of its command field
+// alone. Null with the status to refuse the request with when there is none.
+const Dispatcher::Handler* Dispatcher::FindHandler(DICOMCommandObject& request,
+                                                   uint16_t& unsupported) const {
+  const uint16_t field = request.GetUInt16(kCommandGroup, kCommandField);
+  UID sopClass;
+  sopClass.Set(request.Find(kCommandGroup, kAffectedSOPClassUID));
+  for (const std::string& key : {sopClass.ToString(), std::string()}) {
+    auto handler = handlers_.find({field, key});
+    if (handler != handlers_.end()) return &handler->second;
+  }
+  auto any = handlers_.lower_bound({field, std::string()});
+  unsupported = any != handlers_.end() && any->first.first == field
+                    ? DIMSEStatus::kSOPClassNotSupported
+                    : DIMSEStatus::kUnrecognizedOperation;
+  return nullptr;
 }
 
 void Dispatcher::LockName(const std::string& name) {
@@ -51,8 +70,8 @@ void Dispatcher::UnlockName(const std::string& name) {
 }
 
 // A request no handler takes: its data set (if any) is read and dropped, and it is answered
-// with "unrecognized operation" on its own context. A C-CANCEL needs no answer.
-bool Dispatcher::AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request) {
+// with `status` on its own context. A C-CANCEL needs no answer.
+bool Dispatcher::AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request, uint16_t status) {
   uint16_t field = request->GetUInt16(kCommandGroup, kCommandField);
   if (request->Find(kCommandGroup, kDataSetType) &&
       request->GetUInt16(kCommandGroup, kDataSetType) != kNoDataSet) {
@@ -61,7 +80,7 @@ bool Dispatcher::AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request
   }
   if (field == kCancelField) return true;
   if (field & kResponseBit) return false;  // a response nobody asked for
-  return WriteStatusResponse(&pdu, request, DIMSEStatus::kUnrecognizedOperation) != 0;
+  return WriteStatusResponse(&pdu, request, status) != 0;
 }
 
 void Dispatcher::Serve(int handle) {
@@ -80,9 +99,9 @@ void Dispatcher::Serve(int handle) {
     DICOMCommandObject request;
     if (!pdu.Read(&request)) break;  // released, aborted, timed out or broken
     ++requests;
-    auto handler = handlers_.find(request.GetUInt16(kCommandGroup, kCommandField));
-    bool ok = handler != handlers_.end() ? handler->second(pdu, &request)
-                                         : AnswerUnsupported(pdu, &request);
+    uint16_t unsupported = 0;
+    const Handler* handler = FindHandler(request, unsupported);
+    bool ok = handler ? (*handler)(pdu, &request) : AnswerUnsupported(pdu, &request, unsupported);
     if (!ok) {
       pdu.Abort();
       break;

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 class PDU_Service;
 class DICOMCommandObject;
@@ -40,7 +41,10 @@ class Dispatcher {
   using Handler = std::function<bool(PDU_Service& pdu, DICOMCommandObject* request)>;
 
   Dispatcher(ServeSettings settings, ServeCounters& counters);
-  void Add(uint16_t commandField, Handler handler);
+  // With `sopClass`, the handler takes only the requests whose Affected SOP Class UID is that
+  // one; a request of a class that no handler of its command field takes is answered "SOP
+  // class not supported" (0122).
+  void Add(uint16_t commandField, Handler handler, const std::string& sopClass = std::string());
   // Serves the association on an accepted connection (taken over and closed) until the peer
   // releases or aborts, the time-out passes or the protocol breaks.
   void Serve(int handle);
@@ -53,11 +57,12 @@ class Dispatcher {
   void UnlockName(const std::string& name);
 
  private:
-  [[nodiscard]] bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request);
+  [[nodiscard]] bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request, uint16_t status);
+  [[nodiscard]] const Handler* FindHandler(DICOMCommandObject& request, uint16_t& unsupported) const;
 
   ServeSettings settings_;
   ServeCounters& counters_;
-  std::map<uint16_t, Handler> handlers_;
+  std::map<std::pair<uint16_t, std::string>, Handler> handlers_;
   std::mutex namesMutex_;
   std::condition_variable namesFree_;
   std::set<std::string> namesInUse_;

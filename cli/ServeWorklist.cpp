@@ -60,8 +60,10 @@ bool AnswerWorklist(const Dispatcher& dispatcher, const std::string& risConnect,
 }  // namespace
 
 void AddWorklistHandler(Dispatcher& dispatcher, const std::string& risConnect) {
-  dispatcher.Add(CFindRQ::kCommandField,
-                 [&dispatcher, risConnect](PDU_Service& pdu, DICOMCommandObject* request) {
-                   return AnswerWorklist(dispatcher, risConnect, pdu, request);
-                 });
+  dispatcher.Add(
+      CFindRQ::kCommandField,
+      [&dispatcher, risConnect](PDU_Service& pdu, DICOMCommandObject* request) {
+        return AnswerWorklist(dispatcher, risConnect, pdu, request);
+      },
+      "1.2.840.10008.5.1.4.31");
 }
