@@ -15,3 +15,5 @@ void AddWorklistCommand(CLI::App& app, int& exitCode);
 void AddPrinterCommand(CLI::App& app, int& exitCode);
 void AddPrintCommand(CLI::App& app, int& exitCode);
 void AddImportCommand(CLI::App& app, int& exitCode);
+void AddFindCommand(CLI::App& app, int& exitCode);
+void AddMoveCommand(CLI::App& app, int& exitCode);

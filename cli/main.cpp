@@ -33,6 +33,8 @@ int main(int argc, char** argv) {
   AddPrinterCommand(app, exitCode);
   AddPrintCommand(app, exitCode);
   AddImportCommand(app, exitCode);
+  AddFindCommand(app, exitCode);
+  AddMoveCommand(app, exitCode);
 
   try {
     app.parse(argc, argv);
