@@ -1,18 +1,25 @@
-#!/usr/bin/python3
-"""Test data for bench/convert_vs_dcmconv.sh, and the check of the converted files.
+#!/ usr / bin / python3
+""
+        "Test data for bench/convert_vs_dcmconv.sh, and the check of the converted files.
 
-  make_data.py generate WORKDIR [--scale S] [--sets ct,small,large]
-      WORKDIR/in/ct/      a CT series: 300 axial 512x512 16-bit slices
-      WORKDIR/in/small/   5,000 small CT images of 64x64 pixels
-      WORKDIR/in/large/   one Enhanced CT file of 800 frames of 512x512 16-bit (about 400 MB)
-    All in explicit VR little endian, with preamble and file meta. --scale multiplies the
-    three counts (0.05 makes a quick run); --sets makes only some of them.
+        make_data.py generate WORKDIR[--scale S][--sets ct, small, large] WORKDIR /
+        in / ct / a CT series : 300 axial 512x512 16 -
+    bit slices WORKDIR / in / small / 5,
+    000 small CT images of 64x64 pixels WORKDIR / in / large /
+            one Enhanced CT file of 800 frames of 512x512 16 -
+        bit(about 400 MB) WORKDIR / in / studies / 10,
+    000 studies of one 16x16 CT image(query figures; not made unless named in-- sets) All in
+    explicit VR little endian,
+    with preamble and file meta.--scale multiplies the three counts(0.05 makes a quick run);
+--sets makes only some of
+        them.
 
-  make_data.py check IN OUT [OUT...]
-      Each OUT must be in implicit VR little endian and hold the same elements with the same
-      values as IN (file meta and group lengths aside) and the same pixel bytes.
+    make_data.py check IN OUT[OUT...] Each OUT must be in implicit VR little endian and hold the
+        same elements with the same values as IN(file meta and group lengths aside) and
+    the same pixel bytes.
 
-Needs pydicom and numpy (Debian: python3-pydicom, python3-numpy); run with /usr/bin/python3.
+    Needs pydicom and numpy(Debian
+                            : python3 - pydicom, python3 - numpy); run with /usr/bin/python3.
 """
 import argparse
 import hashlib
@@ -184,6 +191,37 @@ def write_series(directory, count, side, tag):
         write_explicit(ds, os.path.join(directory, f"{tag}{i + 1:05d}.dcm"))
 
 
+SURNAMES = ["SMITH", "JONES", "TAYLOR", "BROWN", "WILSON", "DAVIES", "EVANS", "THOMAS", "JOHNSON",
+            "ROBERTS", "WALKER", "WRIGHT", "THOMPSON", "WHITE", "HUGHES", "EDWARDS", "GREEN",
+            "HALL", "WOOD", "HARRIS"]
+GIVEN = ["JAMES", "MARY", "JOHN", "LINDA", "ROBERT", "SUSAN", "DAVID", "KAREN", "PAUL", "ANNE"]
+
+
+def write_studies(directory, count):
+    """`count` studies of one small CT image each, for the query figures: five studies per
+    patient, names from 20 surnames and 10 given names, study dates over ten years."""
+    os.makedirs(directory, exist_ok=True)
+    ds = Dataset()
+    ct_header(ds, "", "", 1, 16)
+    ds.SOPClassUID = CT_IMAGE
+    pixels = np.zeros((16, 16), "<u2").tobytes()
+    for i in range(count):
+        patient = i // 5
+        ds.PatientID = f"P{patient:06d}"
+        ds.PatientName = f"{SURNAMES[patient % 20]}^{GIVEN[(patient // 20) % 10]}^{patient}"
+        ds.StudyInstanceUID = uid("studies", "study", i)
+        ds.SeriesInstanceUID = uid("studies", "series", i)
+        ds.SOPInstanceUID = instance = uid("studies", "instance", i)
+        day = i % 3650
+        ds.StudyDate = f"{2015 + day // 365:04d}{1 + (day % 365) // 31 % 12:02d}{1 + day % 28:02d}"
+        ds.AccessionNumber = f"A{i:08d}"
+        ds.StudyID = str(i)
+        ds.PixelData = pixels
+        ds["PixelData"].VR = "OW"
+        ds.file_meta = file_meta(CT_IMAGE, instance)
+        write_explicit(ds, os.path.join(directory, f"st{i:06d}.dcm"))
+
+
 def write_multiframe(path, frames, side):
     """An Enhanced CT image of `frames` frames. The header is written by pydicom; the pixel data
     element, the last one, is appended frame by frame, so that no more than one frame is ever
@@ -235,9 +273,10 @@ def generate(args):
     work = args.workdir
     scale = args.scale
     counts = {
-        "ct": max(1, round(300 * scale)),
-        "small": max(1, round(5000 * scale)),
-        "frames": max(1, round(800 * scale)),
+  "ct" : max(1, round(300 * scale)),
+         "small" : max(1, round(5000 * scale)),
+                   "frames" : max(1, round(800 * scale)),
+                              "studies" : max(1, round(10000 * scale)),
     }
     if "ct" in args.sets:
         write_series(os.path.join(work, "in", "ct"), counts["ct"], 512, "ct")
@@ -246,8 +285,11 @@ def generate(args):
     if "large" in args.sets:
         write_multiframe(os.path.join(work, "in", "large", "multiframe.dcm"), counts["frames"],
                          512)
+    if "studies" in args.sets:
+        write_studies(os.path.join(work, "in", "studies"), counts["studies"])
     made = {"ct": f"{counts['ct']} CT slices", "small": f"{counts['small']} small images",
-            "large": f"one file of {counts['frames']} frames"}
+            "large": f"one file of {counts['frames']} frames",
+            "studies": f"{counts['studies']} studies of one image"}
     print("generated " + ", ".join(made[s] for s in made if s in args.sets) + f" under {work}/in")
 
 
@@ -307,7 +349,8 @@ def main():
     g = sub.add_parser("generate")
     g.add_argument("workdir")
     g.add_argument("--scale", type=float, default=1.0)
-    g.add_argument("--sets", default="ct,small,large", help="which of ct, small, large to make")
+    g.add_argument("--sets", default="ct,small,large",
+                   help="which of ct, small, large, studies to make")
     c = sub.add_parser("check")
     c.add_argument("input")
     c.add_argument("outputs", nargs="+")
