@@ -1,0 +1,373 @@
+#!/usr/bin/python3
+"""Query and retrieve against DCMTK and Orthanc, all on 127.0.0.1:
+  - findscu (patient root -P and study root -S, every level) and movescu against `kestrel serve`
+    holding pydicom's samples sent by storescu, on SQLite and, with KESTREL_TEST_PG, PostgreSQL:
+    the same matches and values as the files hold; names and IDs with quotes, "%", "_", "^" and
+    ISO_IR 100 characters; a wild card query over 1,000 studies and a C-CANCEL; a move of a
+    300-image series, to an unknown destination, and to a node that refuses one SOP class;
+  - `kestrel find` and `kestrel move` against dcmqrscp (its storage area filled by storescu) and
+    against Orthanc (skipped when the Debian package `orthanc` is not installed).
+"""
+import glob
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import pydicom
+from pydicom.uid import generate_uid
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "interop"))
+from loopback import free_port, wait_for_port  # noqa: E402
+from net_interop_test import KESTREL, SAMPLES, Serve, have_tools, sendable_samples  # noqa: E402
+from store_interop_test import PG, Index, text_of  # noqa: E402
+
+MR_IMAGE = "1.2.840.10008.5.1.4.1.1.4"
+
+
+def run(*args, timeout=180, env=None):
+    """Arguments may be bytes (keys in ISO 8859-1)."""
+    return subprocess.run([a if isinstance(a, bytes) else str(a) for a in args],
+                          capture_output=True, timeout=timeout, env=env)
+
+
+def samples():
+    """(path, storescu options) of the samples of distinct studies and instances."""
+    chosen, seen = [], set()
+    for path, options in sendable_samples():
+        ds = pydicom.dcmread(path, stop_before_pixels=True)
+        study, series = ds.get("StudyInstanceUID"), ds.get("SeriesInstanceUID")
+        if study and series and study not in seen and ds.SOPInstanceUID not in seen:
+            seen.update((study, ds.SOPInstanceUID))
+            chosen.append((path, options))
+    return chosen
+
+
+def make_images(folder, count, patient, name, study=None, series=None, sop_class=None,
+                latin1=False):
+    """`count` small images of one series (CT, or MR_small's class), new UIDs."""
+    os.makedirs(folder, exist_ok=True)
+    source = "MR_small.dcm" if sop_class == MR_IMAGE else "CT_small.dcm"
+    ds = pydicom.dcmread(os.path.join(SAMPLES, source))
+    ds.Rows = ds.Columns = 8
+    ds.PixelData = bytes(128)
+    ds.PatientID, ds.PatientName = patient, name
+    if latin1:
+        ds.SpecificCharacterSet = "ISO_IR 100"
+    ds.StudyInstanceUID, ds.SeriesInstanceUID = study or generate_uid(), series or generate_uid()
+    for i in range(count):
+        ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = generate_uid()
+        ds.InstanceNumber = i + 1
+        ds.save_as(os.path.join(folder, "%04d.dcm" % i))
+    return ds.StudyInstanceUID, ds.SeriesInstanceUID
+
+
+class Data:
+    """The files of the tests, made once: the samples, the tricky names, 1,000 studies, a series
+    of 300 images and a study of two CT images and one MR image."""
+
+    def __init__(self, work):
+        self.samples = samples()
+        self.folders = {k: os.path.join(work, k) for k in ("tricky", "many", "series", "mixed")}
+        for i, (patient, name) in enumerate([("ID'1", "O'Brien^Anne"), ("ID%_2", "100%_Test^X"),
+                                             ("ID3", "100 Other^Y"), ("ID^4", "M\xfcller^J\xfcrgen")]):
+            make_images(os.path.join(self.folders["tricky"], str(i)), 1, patient, name,
+                        latin1=name.startswith("M"))
+        for i in range(1000):
+            make_images(os.path.join(self.folders["many"], str(i)), 1, "W%04d" % i,
+                        "WILDCARD^%04d" % i)
+        self.big_study, self.big_series = make_images(self.folders["series"], 300, "S300", "BIG")
+        self.mixed, _ = make_images(self.folders["mixed"], 2, "MIXED", "MIXED^CT")
+        make_images(os.path.join(self.folders["mixed"], "mr"), 1, "MIXED", "MIXED^CT",
+                    study=self.mixed, sop_class=MR_IMAGE)
+        paths = [p for p, _ in self.samples] + glob.glob(
+            os.path.join(self.folders["tricky"], "**", "*.dcm"), recursive=True)
+        self.headers = [pydicom.dcmread(p, stop_before_pixels=True) for p in paths]
+
+    def store(self, port, aec, small=False):
+        """storescu of everything (only the samples and tricky names when `small`)."""
+        for path, options in self.samples:
+            result = run("storescu", "-aec", aec, *options, "127.0.0.1", port, path)
+            assert result.returncode == 0, result.stderr
+        folders = ["tricky"] + ([] if small else ["many", "series", "mixed"])
+        for folder in folders:
+            result = run("storescu", "-aec", aec, "+sd", "+r", "127.0.0.1", port,
+                         self.folders[folder], timeout=600)
+            assert result.returncode == 0, result.stderr
+
+
+def findscu(work, port, root, level, *keys, extra=()):
+    """The answers of one C-FIND, as data sets, and the findscu run."""
+    out = tempfile.mkdtemp(dir=work)
+    args = ["findscu", root, "-X", "-od", out, *extra, "-k", "QueryRetrieveLevel=" + level]
+    for key in keys:
+        args += ["-k", key]
+    result = run(*args, "127.0.0.1", port)
+    return [pydicom.dcmread(f) for f in sorted(glob.glob(os.path.join(out, "rsp*.dcm")))], result
+
+
+def value(ds, keyword):
+    return text_of(ds, keyword)
+
+
+class KestrelServeCases:
+    """findscu and movescu against kestrel serve; self.serve, self.index and DATA are set."""
+
+    def find(self, root, level, *keys, **kw):
+        return findscu(self.work, self.serve.port, root, level, *keys, **kw)
+
+    def test_findscu_every_level_and_root(self):
+        headers = DATA.headers
+        by = lambda keyword: {value(ds, keyword) for ds in headers}  # noqa: E731
+        for root in ("-P", "-S"):
+            for ds in headers:
+                studies, _ = self.find(root, "STUDY", "StudyInstanceUID=" + ds.StudyInstanceUID,
+                                       "PatientID", "StudyDate", "AccessionNumber", "StudyID")
+                self.assertEqual(len(studies), 1, ds.filename)
+                for keyword in ("StudyDate", "AccessionNumber", "StudyID"):
+                    self.assertEqual(value(studies[0], keyword), value(ds, keyword), keyword)
+                series, _ = self.find(root, "SERIES", "StudyInstanceUID=" + ds.StudyInstanceUID,
+                                      "SeriesInstanceUID", "Modality", "SeriesNumber")
+                self.assertEqual([(value(s, "SeriesInstanceUID"), value(s, "Modality"))
+                                  for s in series],
+                                 [(ds.SeriesInstanceUID, value(ds, "Modality"))], ds.filename)
+                images, _ = self.find(root, "IMAGE", "StudyInstanceUID=" + ds.StudyInstanceUID,
+                                      "SeriesInstanceUID=" + ds.SeriesInstanceUID,
+                                      "SOPInstanceUID", "SOPClassUID", "InstanceNumber")
+                self.assertEqual([(value(i, "SOPInstanceUID"), value(i, "SOPClassUID"),
+                                   value(i, "InstanceNumber")) for i in images],
+                                 [(ds.SOPInstanceUID, ds.SOPClassUID,
+                                   value(ds, "InstanceNumber"))], ds.filename)
+        patients, _ = self.find("-P", "PATIENT", "PatientID", "PatientName=*")
+        found = {value(p, "PatientID") for p in patients}
+        self.assertTrue(by("PatientID") - {""} <= found, by("PatientID") - found)
+        images, _ = self.find("-S", "IMAGE", "SeriesInstanceUID=" + DATA.big_series,
+                              "InstanceNumber")
+        self.assertEqual(sorted(int(value(i, "InstanceNumber")) for i in images),
+                         list(range(1, 301)))
+
+    def test_names_ids_and_wild_cards(self):
+        def ids(*keys, root="-S", level="STUDY"):
+            answers, result = self.find(root, level, "PatientID", *keys)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            return {value(a, "PatientID") for a in answers}
+
+        self.assertEqual(ids("PatientName=o'brien*"), {"ID'1"})
+        self.assertEqual(ids("PatientID=ID'1"), {"ID'1"})
+        self.assertEqual(ids("PatientName=100%_*"), {"ID%_2"})
+        self.assertEqual(ids("PatientID=ID%_?"), {"ID%_2"})
+        self.assertEqual(ids("PatientID=ID_*"), set(), '"_" is no wild card')
+        self.assertEqual(ids("PatientID=ID^4", root="-P", level="PATIENT"), {"ID^4"})
+        answers, _ = self.find("-S", "STUDY", "SpecificCharacterSet=ISO_IR 100", "PatientName",
+                               b"PatientName=M\xfcller*")
+        self.assertEqual([str(a.PatientName) for a in answers], ["M\xfcller^J\xfcrgen"])
+        self.assertEqual(answers[0].SpecificCharacterSet, "ISO_IR 192")
+        self.assertEqual(len(ids("PatientName=WILDCARD*")), 1000)
+        self.assertEqual(ids("PatientName=wildcard^00?5"), {"W%04d" % i for i in range(5, 100, 10)})
+        self.assertEqual(len(ids("StudyDate=20040119-20040826", "PatientName=WILD*")), 1000)
+
+    def test_cancel_stops_the_answer(self):
+        answers, result = self.find("-S", "STUDY", "PatientName=WILDCARD*", extra=["--cancel", "5",
+                                                                                   "-v"])
+        self.assertLess(len(answers), 1000)
+        self.assertIn(b"Cancel", result.stderr)
+
+    def add_destination(self, title, port):
+        result = run(KESTREL, "db", "server", "add", "--db", self.index.connect, title, "127.0.0.1",
+                     port)
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def movescu(self, root, destination, *keys):
+        args = ["movescu", root, "-d", "-aem", destination]
+        for key in keys:
+            args += ["-k", key]
+        return run(*args, "127.0.0.1", self.serve.port, timeout=600)
+
+    def test_movescu_to_storescp(self):
+        out = tempfile.mkdtemp(dir=self.work)
+        port = free_port()
+        storescp = subprocess.Popen(["storescp", "+xa", "-d", "-od", out, str(port)],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        try:
+            self.assertTrue(wait_for_port(port))
+            self.add_destination("STORESCP", port)
+            result = self.movescu("-S", "STORESCP", "QueryRetrieveLevel=SERIES",
+                                  "StudyInstanceUID=" + DATA.big_study,
+                                  "SeriesInstanceUID=" + DATA.big_series)
+            self.assertEqual(result.returncode, 0, result.stderr[-500:])
+            self.assertIn(b"Number of Completed Suboperations : 300", result.stderr)
+            for path, _ in DATA.samples:  # each in its own syntax, or one storescp accepted
+                ds = pydicom.dcmread(path)
+                result = self.movescu("-P", "STORESCP", "QueryRetrieveLevel=IMAGE",
+                                      "PatientID=" + value(ds, "PatientID"),
+                                      "StudyInstanceUID=" + ds.StudyInstanceUID,
+                                      "SeriesInstanceUID=" + ds.SeriesInstanceUID,
+                                      "SOPInstanceUID=" + ds.SOPInstanceUID)
+                self.assertIn(b"Number of Completed Suboperations : 1", result.stderr, path)
+                got = pydicom.dcmread(glob.glob(os.path.join(out, "*" + ds.SOPInstanceUID))[0])
+                self.assertEqual(got.get("PixelData"), ds.get("PixelData"), path)
+            result = self.movescu("-S", "NOWHERE", "QueryRetrieveLevel=STUDY",
+                                  "StudyInstanceUID=" + DATA.big_study)
+            self.assertIn(b"Move Destination Unknown", result.stderr)
+        finally:
+            storescp.terminate()
+            log = storescp.communicate(timeout=30)[1]
+        self.assertEqual(len(os.listdir(out)), 300 + len(DATA.samples))
+        self.assertIn(b"Move Originator AE Title", log)
+
+    def test_destination_refusing_a_class(self):
+        config = os.path.join(self.work, "ct-only.txt")
+        with open(config, "w") as f:
+            f.write("Verification 1.2.840.10008.1.1 abstract\nCT 1.2.840.10008.5.1.4.1.1.2 abstract\n")
+        refuser = Serve(os.path.join(self.work, "refuser"), "--config", config)
+        try:
+            self.add_destination("CTONLY", refuser.port)
+            result = self.movescu("-P", "CTONLY", "QueryRetrieveLevel=PATIENT", "PatientID=MIXED")
+        finally:
+            refuser.stop()
+        self.assertIn(b"Number of Completed Suboperations : 2", result.stderr)
+        self.assertIn(b"Number of Failed Suboperations    : 1", result.stderr)
+        mr = glob.glob(os.path.join(DATA.folders["mixed"], "mr", "*.dcm"))[0]
+        self.assertIn(pydicom.dcmread(mr).SOPInstanceUID.encode(), result.stderr,
+                      "the failed SOP instance list names the MR image")
+
+
+@unittest.skipUnless(have_tools(), "DCMTK tools not installed")
+class ServeOnSQLite(KestrelServeCases, unittest.TestCase):
+    backend = "sqlite"
+
+    @classmethod
+    def setUpClass(cls):
+        cls.work = tempfile.mkdtemp()
+        cls.index = Index(cls.work, cls.backend)
+        cls.serve = Serve(os.path.join(cls.work, "store"), "--db", cls.index.connect)
+        DATA.store(cls.serve.port, "KESTREL")
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.serve.stop()
+        cls.index.drop()
+        shutil.rmtree(cls.work, ignore_errors=True)
+
+
+@unittest.skipUnless(have_tools() and PG, "DCMTK tools or KESTREL_TEST_PG missing")
+class ServeOnPostgreSQL(ServeOnSQLite):
+    backend = "postgresql"
+
+
+class ArchiveCases:
+    """kestrel find and kestrel move against another archive (self.port, self.aec) holding the
+    samples and the tricky names."""
+
+    def kestrel(self, *args, env=None):
+        return run(KESTREL, args[0], "--aet", "MOVER", "--aec", self.aec, *args[1:], "127.0.0.1",
+                   self.port, env=env)
+
+    def test_kestrel_find_every_level(self):
+        for ds in DATA.headers:
+            result = self.kestrel("find", "--json", "--level", "STUDY", "-k",
+                                  "StudyInstanceUID=" + ds.StudyInstanceUID, "-k", "StudyDate")
+            studies = json.loads(result.stdout)
+            self.assertEqual(len(studies), 1, ds.filename)
+            self.assertEqual(studies[0]["00080020"].get("Value", [""])[0], value(ds, "StudyDate"))
+            result = self.kestrel("find", "--root", "patient", "--level", "IMAGE", "-k",
+                                  "PatientID=" + value(ds, "PatientID"), "-k",
+                                  "StudyInstanceUID=" + ds.StudyInstanceUID, "-k",
+                                  "SeriesInstanceUID=" + ds.SeriesInstanceUID)
+            lines = result.stdout.decode().splitlines()
+            column = lines[0].split("\t").index("SOPInstanceUID")
+            self.assertEqual([line.split("\t")[column] for line in lines[1:]], [ds.SOPInstanceUID])
+        result = self.kestrel("find", "--root", "patient", "--level", "PATIENT", "-k",
+                              "PatientName=O'Brien*")
+        self.assertIn("O'Brien^Anne\tID'1", result.stdout.decode())
+        result = self.kestrel("find", "--level", "SERIES", "-k",
+                              "StudyInstanceUID=" + DATA.headers[0].StudyInstanceUID)
+        self.assertIn(DATA.headers[0].SeriesInstanceUID, result.stdout.decode())
+
+    def test_kestrel_move_into_its_store(self):
+        home = tempfile.mkdtemp(dir=self.work)
+        store = os.path.join(home, "store")
+        for ds in DATA.headers:
+            result = self.kestrel("move", "--port", self.move_port, "--store", store, "--level",
+                                  "SERIES", "--study", ds.StudyInstanceUID, "--series",
+                                  ds.SeriesInstanceUID, env=dict(os.environ, KESTREL_HOME=home))
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn(b"completed 1, failed 0, warning 0", result.stdout)
+            got = os.path.join(store, ds.StudyInstanceUID, ds.SeriesInstanceUID,
+                               ds.SOPInstanceUID + ".dcm")
+            self.assertEqual(pydicom.dcmread(got).get("PixelData"),
+                             pydicom.dcmread(ds.filename).get("PixelData"), ds.filename)
+
+
+@unittest.skipUnless(have_tools(), "DCMTK tools not installed")
+class AgainstDcmqrscp(ArchiveCases, unittest.TestCase):
+    aec = "QRSCP"
+
+    @classmethod
+    def setUpClass(cls):
+        cls.work = tempfile.mkdtemp()
+        cls.port, cls.move_port = free_port(), free_port()
+        os.makedirs(os.path.join(cls.work, "db"))
+        with open(os.path.join(cls.work, "qr.cfg"), "w") as f:
+            f.write("NetworkTCPPort = %d\nMaxPDUSize = 16384\nMaxAssociations = 16\n"
+                    "HostTable BEGIN\nmover = (MOVER, 127.0.0.1, %d)\nHostTable END\n"
+                    "VendorTable BEGIN\nVendorTable END\nAETable BEGIN\n"
+                    "QRSCP %s RW (200, 1024mb) ANY\nAETable END\n"
+                    % (cls.port, cls.move_port, os.path.join(cls.work, "db")))
+        cls.process = subprocess.Popen(["dcmqrscp", "-c", os.path.join(cls.work, "qr.cfg")],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        assert wait_for_port(cls.port)
+        DATA.store(cls.port, cls.aec, small=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.process.terminate()
+        cls.process.wait(30)
+        shutil.rmtree(cls.work, ignore_errors=True)
+
+
+@unittest.skipUnless(have_tools() and shutil.which("Orthanc"), "DCMTK or Orthanc not installed")
+class AgainstOrthanc(ArchiveCases, unittest.TestCase):
+    aec = "ORTHANC"
+
+    @classmethod
+    def setUpClass(cls):
+        cls.work = tempfile.mkdtemp()
+        cls.port, cls.move_port, http = free_port(), free_port(), free_port()
+        config = {"Name": "qr", "StorageDirectory": os.path.join(cls.work, "db"),
+                  "IndexDirectory": os.path.join(cls.work, "db"), "DicomAet": cls.aec,
+                  "DicomPort": cls.port, "DicomCheckCalledAet": False, "HttpPort": http,
+                  "DicomAlwaysAllowStore": True, "DicomAlwaysAllowFind": True,
+                  "DicomAlwaysAllowMove": True, "RemoteAccessAllowed": False, "Plugins": [],
+                  "DicomModalities": {"mover": ["MOVER", "127.0.0.1", cls.move_port]}}
+        with open(os.path.join(cls.work, "orthanc.json"), "w") as f:
+            json.dump(config, f)
+        cls.process = subprocess.Popen(["Orthanc", os.path.join(cls.work, "orthanc.json")],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        assert wait_for_port(cls.port)
+        DATA.store(cls.port, cls.aec, small=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.process.terminate()
+        cls.process.wait(30)
+        shutil.rmtree(cls.work, ignore_errors=True)
+
+
+DATA = None
+
+if __name__ == "__main__":
+    if have_tools():
+        started = time.time()
+        data_dir = tempfile.mkdtemp()
+        DATA = Data(data_dir)
+        print("data made in %.1f s" % (time.time() - started), file=sys.stderr)
+    try:
+        unittest.main(verbosity=2)
+    finally:
+        if DATA:
+            shutil.rmtree(data_dir, ignore_errors=True)
