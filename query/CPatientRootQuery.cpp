@@ -1,7 +1,7 @@
 #include "kestrel/CPatientRootQuery.h"
 
-#include "query/QueryProvider.h"
-#include "query/QueryRequest.h"
+#include "QueryProvider.h"
+#include "QueryRequest.h"
 
 namespace {
 constexpr query_layouts::Root kRoot = query_layouts::Root::kPatient;

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "kestrel/DICOMObject.h"
-#include "query/RetrieveCore.h"
+#include "RetrieveCore.h"
 
 namespace {
 using query_layouts::Level;

@@ -1,9 +1,9 @@
 #include "kestrel/CStudyRootQuery.h"
 
 #include "kestrel/RecordSets.h"
-#include "query/QueryProvider.h"
-#include "query/QueryRequest.h"
-#include "query/StudyRows.h"
+#include "QueryProvider.h"
+#include "QueryRequest.h"
+#include "StudyRows.h"
 
 namespace {
 constexpr query_layouts::Root kRoot = query_layouts::Root::kStudy;

@@ -1,4 +1,4 @@
-#include "query/ColumnRecordset.h"
+#include "ColumnRecordset.h"
 
 namespace query_records {
 

@@ -1,4 +1,4 @@
-#include "query/ImageAttributes.h"
+#include "ImageAttributes.h"
 
 namespace image_attributes {
 

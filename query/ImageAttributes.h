@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "query/QueryLayouts.h"
+#include "QueryLayouts.h"
 
 namespace image_attributes {
 

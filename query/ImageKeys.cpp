@@ -1,12 +1,12 @@
-#include "query/ImageKeys.h"
+#include "ImageKeys.h"
 
 #include <memory>
 
 #include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/KeyMatching.h"
-#include "query/ColumnRecordset.h"
-#include "query/Elements.h"
+#include "ColumnRecordset.h"
+#include "Elements.h"
 
 namespace el = query_elements;
 namespace attr = image_attributes;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "query/ImageAttributes.h"
-#include "query/QueryLayouts.h"
+#include "ImageAttributes.h"
+#include "QueryLayouts.h"
 
 class DICOMDataObject;
 

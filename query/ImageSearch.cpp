@@ -1,4 +1,4 @@
-#include "query/ImageSearch.h"
+#include "ImageSearch.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -12,9 +12,9 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/DIMSEC.h"
 #include "kestrel/Status.h"
-#include "query/ColumnRecordset.h"
-#include "query/Elements.h"
-#include "query/ImageKeys.h"
+#include "ColumnRecordset.h"
+#include "Elements.h"
+#include "ImageKeys.h"
 
 namespace el = query_elements;
 namespace keys = image_keys;

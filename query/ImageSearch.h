@@ -13,7 +13,7 @@
 #include <string>
 
 #include "kestrel/FindProvider.h"
-#include "query/QueryLayouts.h"
+#include "QueryLayouts.h"
 
 class CDatabase;
 class DICOMDataObject;

@@ -1,4 +1,4 @@
-#include "query/QueryLayouts.h"
+#include "QueryLayouts.h"
 
 namespace query_layouts {
 

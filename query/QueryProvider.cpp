@@ -1,4 +1,4 @@
-#include "query/QueryProvider.h"
+#include "QueryProvider.h"
 
 #include <memory>
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kestrel/Array.h"
-#include "query/ImageSearch.h"
+#include "ImageSearch.h"
 
 class DICOMCommandObject;
 class DICOMDataObject;

@@ -1,4 +1,4 @@
-#include "query/QueryRequest.h"
+#include "QueryRequest.h"
 
 #include <cstdio>
 #include <cstring>
@@ -7,8 +7,8 @@
 #include "kestrel/CResultsArray.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
-#include "query/Elements.h"
-#include "query/FindClient.h"
+#include "Elements.h"
+#include "FindClient.h"
 
 namespace el = query_elements;
 

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "kestrel/Status.h"
-#include "query/QueryLayouts.h"
+#include "QueryLayouts.h"
 
 class CResultsArray;
 class DICOMDataObject;

@@ -10,8 +10,8 @@
 #include "kestrel/Notifier.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/StandardRetrieve.h"
-#include "query/Elements.h"
-#include "query/RetrieveCore.h"
+#include "Elements.h"
+#include "RetrieveCore.h"
 
 namespace el = query_elements;
 

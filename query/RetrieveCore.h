@@ -11,7 +11,7 @@
 
 #include "kestrel/Array.h"
 #include "kestrel/Status.h"
-#include "query/QueryLayouts.h"
+#include "QueryLayouts.h"
 
 class CDatabase;
 class CResultsArray;

@@ -11,8 +11,8 @@
 #include "kestrel/RecordSets.h"
 #include "kestrel/StandardRetrieve.h"
 #include "kestrel/StandardStorage.h"
-#include "query/Elements.h"
-#include "query/RetrieveCore.h"
+#include "Elements.h"
+#include "RetrieveCore.h"
 
 namespace el = query_elements;
 

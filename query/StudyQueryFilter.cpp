@@ -6,7 +6,7 @@
 #include "kestrel/CResultsArray.h"
 #include "kestrel/CStudyRootQuery.h"
 #include "kestrel/RecordSets.h"
-#include "query/StudyRows.h"
+#include "StudyRows.h"
 
 namespace {
 
