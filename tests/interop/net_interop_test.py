@@ -540,27 +540,30 @@ class HostilePeers(unittest.TestCase):
             self.assert_next_association_served()
 
     def test_command_for_a_service_not_offered(self):
-        command = bytearray()
+        # (command field, response field, status): C-FIND for the Verification class is a
+        # class serve does not answer C-FIND for; N-GET is an operation it has no handler for.
+        for field, answer_field, status in ((0x0020, 0x8020, 0x0122), (0x0110, 0x8110, 0x0211)):
+            command = bytearray()
 
-        def element(tag_element, value):
-            command.extend(struct.pack("<HHI", 0, tag_element, len(value)) + value)
+            def element(tag_element, value):
+                command.extend(struct.pack("<HHI", 0, tag_element, len(value)) + value)
 
-        element(0x0002, b"1.2.840.10008.1.1\0")
-        element(0x0100, struct.pack("<H", 0x0020))  # C-FIND-RQ: no handler yet
-        element(0x0110, struct.pack("<H", 7))
-        element(0x0800, struct.pack("<H", 0x0101))
-        group = struct.pack("<HHII", 0, 0, 4, len(command)) + bytes(command)
-        with self.connect() as sock:
-            self.associate(sock)
-            sock.sendall(struct.pack(">BBIIBB", 4, 0, len(group) + 6, len(group) + 2, 1, 0x03)
-                         + group)
-            answer = read_pdu(sock)
-            self.assertIsNotNone(answer)
-            self.assertEqual(answer[0], 4)
-            response = answer[1][6:]
-            self.assertIn(struct.pack("<HHIH", 0, 0x0100, 2, 0x8020), response)
-            self.assertIn(struct.pack("<HHIH", 0, 0x0900, 2, 0x0211), response)
-        self.assert_next_association_served()
+            element(0x0002, b"1.2.840.10008.1.1\0")
+            element(0x0100, struct.pack("<H", field))
+            element(0x0110, struct.pack("<H", 7))
+            element(0x0800, struct.pack("<H", 0x0101))
+            group = struct.pack("<HHII", 0, 0, 4, len(command)) + bytes(command)
+            with self.connect() as sock:
+                self.associate(sock)
+                sock.sendall(struct.pack(">BBIIBB", 4, 0, len(group) + 6, len(group) + 2, 1, 0x03)
+                             + group)
+                answer = read_pdu(sock)
+                self.assertIsNotNone(answer)
+                self.assertEqual(answer[0], 4)
+                response = answer[1][6:]
+                self.assertIn(struct.pack("<HHIH", 0, 0x0100, 2, answer_field), response)
+                self.assertIn(struct.pack("<HHIH", 0, 0x0900, 2, status), response)
+            self.assert_next_association_served()
 
 
 @unittest.skipUnless(have_tools(), "DCMTK tools not installed")
