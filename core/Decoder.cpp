@@ -18,6 +18,12 @@ constexpr uint32_t kUndefinedLength = 0xFFFFFFFF;
 // Real data sets nest sequences a handful of levels deep; a stream nesting deeper than this is
 // hostile, and following it would only exhaust the stack.
 constexpr int kMaxDepth = 64;
+// What an element or item costs beside its value, counted against the held limit: an empty
+// element dropped past the limit would otherwise cost nothing, and a stream of millions of
+// them everything.
+constexpr uint64_t kElementCost = 64;
+
+bool IsPixelData(const VR& element) { return element.Group == 0x7FE0 && element.Element == 0x0010; }
 
 bool IsItemGroup(uint16_t group) { return group == 0xFFFE || group == 0xFFE0; }
 
@@ -39,6 +45,7 @@ bool PushElement(DICOMObject* object, std::unique_ptr<VR>& element) {
 bool DICOMCodec::Decode(ByteBuffer& buffer, DICOMObject* object, int mode) {
   if (!object) return false;
   *context_ = ValueContext();  // a new data set
+  held_ = 0;
   buffer.SetBigEndian(IsBigEndianMode(mode));
   return DecodeElements(buffer, object, mode, true);
 }
@@ -66,11 +73,39 @@ bool DICOMCodec::DecodeSequenceItems(ByteBuffer& buffer, DICOMObject* object, in
   return ok;
 }
 
+void DICOMCodec::SetHoldLimits(uint32_t valueBytes, uint64_t heldBytes) {
+  valueLimit_ = valueBytes;
+  heldLimit_ = heldBytes;
+}
+
+// Whether a value of `length` bytes is read into its element (SetHoldLimits); a value that
+// does not fit what is left to hold uses it up.
+bool DICOMCodec::HoldsValue(uint32_t length) {
+  if (valueLimit_ && length > valueLimit_) return false;
+  if (heldLimit_ && held_ + length > heldLimit_) {
+    held_ = heldLimit_;
+    return false;
+  }
+  held_ += length;
+  return true;
+}
+
+// Whether an element (null: an item) is kept at all once the held limit is reached.
+bool DICOMCodec::HoldsElement(const VR* element, bool top) {
+  if (!heldLimit_) return true;
+  if (held_ < heldLimit_) {
+    held_ += kElementCost;
+    return true;
+  }
+  return element && top && IsPixelData(*element);
+}
+
 // One item of a sequence: its content is read into a new data set that then becomes the next
-// item of the element last pushed into `object`.
+// item of the element last pushed into `object` (or is dropped past the held limit).
 bool DICOMCodec::DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length) {
   auto item = std::unique_ptr<DICOMDataObject>(new (std::nothrow) DICOMDataObject);
   if (!item) return false;
+  const bool kept = HoldsElement(nullptr, false);
   bool ok;
   if (length == kUndefinedLength) {
     ok = DecodeSequenceItems(buffer, item.get(), mode);
@@ -79,7 +114,9 @@ bool DICOMCodec::DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, u
     ok = DecodeSequenceItems(content, item.get(), mode);
     content.SkipRest();
   }
-  if (!ok || !object->PushItem(item.get())) return false;
+  if (!ok) return false;
+  if (!kept) return true;
+  if (!object->PushItem(item.get())) return false;
   item.release();
   return true;
 }
@@ -198,15 +235,23 @@ bool DICOMCodec::DecodeValue(ByteBuffer& buffer, DICOMObject* object, DecodeLeve
     return DecodeUndefinedLength(buffer, object, level.mode, element, explicitVR);
   if (length > buffer.Remaining()) return false;
   const uint16_t group = element->Group, number = element->Element;
+  // The meta group is always read: it says how the rest is.
+  const bool limited = !(level.top && group == 2);
+  const bool kept = !limited || HoldsElement(element.get(), level.top);
   // (0054,0220) is read as a sequence whatever its VR, so that it survives implicit streams
   // read without a dictionary.
   if (element->TypeCode == kTypeSQ || (group == 0x0054 && number == 0x0220)) {
     element->Length = 0;
-    if (!PushElement(object, element)) return false;
+    // A sequence dropped past the held limit still has its items read (and dropped).
+    if (kept && !PushElement(object, element)) return false;
     ByteBuffer content(buffer, length);
     bool ok = DecodeSequenceItems(content, object, level.mode);
     content.SkipRest();
     return ok;
+  }
+  if (!kept || (length && limited && !HoldsValue(length))) {
+    if (!buffer.Skip(length)) return false;
+    return !kept || PushElement(object, element);
   }
   if (length && !ReadValueBytes(buffer, *element, length)) return false;
   if (level.top && group == 2 && number == 0x0010) {
@@ -220,12 +265,13 @@ bool DICOMCodec::DecodeValue(ByteBuffer& buffer, DICOMObject* object, DecodeLeve
 bool DICOMCodec::DecodeUndefinedLength(ByteBuffer& buffer, DICOMObject* object, int mode,
                                        std::unique_ptr<VR>& element, bool explicitVR) {
   element->Length = 0;
-  const bool pixelData = element->Group == 0x7FE0 && element->Element == 0x0010;
+  const bool pixelData = IsPixelData(*element);
   // A sequence of undefined length whose VR is unknown to the sender holds implicit VR little
   // endian items (PS3.5 6.2.2); it is a sequence from here on.
   const bool unknownSequence = !pixelData && explicitVR && element->TypeCode == kTypeUN;
   if (unknownSequence) element->TypeCode = kTypeSQ;
-  if (!PushElement(object, element)) return false;
+  // Dropped past the held limit: its items and fragments are read and dropped too.
+  if (HoldsElement(element.get(), depth_ == 0) && !PushElement(object, element)) return false;
   if (pixelData) return ReadEncapsulated(buffer, object);
   if (!unknownSequence) return DecodeSequenceItems(buffer, object, mode);
   const bool bigEndian = buffer.IsBigEndian();
@@ -258,6 +304,10 @@ bool DICOMCodec::ReadEncapsulated(ByteBuffer& buffer, DICOMObject* object) {
     if (IsItemGroup(group) && number == 0xE0DD) return true;
     if (IsItemGroup(group) && number == 0xE000) {
       if (length > buffer.Remaining()) return false;
+      if (!HoldsElement(nullptr, false) || (length && !HoldsValue(length))) {
+        if (!buffer.Skip(length)) return false;
+        continue;
+      }
       auto fragment = std::unique_ptr<VR>(new (std::nothrow) VR);
       auto item = std::unique_ptr<DICOMDataObject>(new (std::nothrow) DICOMDataObject);
       if (!fragment || !item) return false;

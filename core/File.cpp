@@ -9,7 +9,8 @@ size_t Write(const void* data, size_t size, std::FILE* file) {
   return std::fwrite(data, 1, size, file);
 }
 
-const FileOperations kSystem = {&std::fopen, &Write, &std::fclose, &std::rename, &std::remove};
+const FileOperations kSystem = {&std::fopen,  &Write,      &std::fclose,       &std::rename,
+                                &std::remove, &SyncStream, &SyncDirectoryNamed};
 std::atomic<const FileOperations*> current{&kSystem};
 FileOperations replaced;
 

@@ -57,6 +57,13 @@ class KESTREL_API DICOMCodec {
   // an SQ holding them, its value freed. True when the element holds items now (or did
   // already); false, the element left as it was, when its bytes are no item stream.
   bool ExpandSequenceValue(VR* element);
+  // Bounds what decoding (Decode, LoadFile) holds in memory, for data whose size someone else
+  // decides: a value (or encapsulated fragment) longer than `valueBytes` is passed over and its
+  // element kept without a value (Length 0, Data null); once `heldBytes` are held (values, plus
+  // a small cost per element), the rest is still read, so that damage is found, but dropped,
+  // except a top-level Pixel Data element, kept without a value to tell that there was one.
+  // 0 means no limit (the default for both).
+  void SetHoldLimits(uint32_t valueBytes, uint64_t heldBytes);
 
   // Detaches (and, when it was owned, destroys) the previous dictionary. With `owned` the
   // dictionary is deleted with this object or at the next attach; otherwise the caller keeps it.
@@ -117,11 +124,16 @@ class KESTREL_API DICOMCodec {
   static bool ReadValueBytes(ByteBuffer& buffer, VR& element, uint32_t length);
   bool DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length);
   bool DecodeSequenceItems(ByteBuffer& buffer, DICOMObject* object, int mode);
+  bool HoldsValue(uint32_t length);
+  bool HoldsElement(const VR* element, bool top);
 
   RTC* dictionary_ = nullptr;
   bool ownsDictionary_ = false;
   bool lastLoadComplete_ = false;
-  int depth_ = 0;  // levels of sequences and items being decoded
+  int depth_ = 0;            // levels of sequences and items being decoded
+  uint32_t valueLimit_ = 0;  // SetHoldLimits; 0: none
+  uint64_t heldLimit_ = 0;
+  uint64_t held_ = 0;  // bytes held by the decode in progress
   // What the level being read or written has said about its pixels (Pixel Representation,
   // Bits Allocated), which decides the VR of some attributes when the stream does not.
   std::unique_ptr<ValueContext> context_;

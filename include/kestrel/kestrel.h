@@ -8,6 +8,7 @@
 #include "kestrel/ByteBuffer.h"
 #include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMCodec.h"
+#include "kestrel/DICOMFileWriter.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
 
