@@ -17,13 +17,33 @@ namespace {
 constexpr char kImplicitLittleEndian[] = "1.2.840.10008.1.2";
 
 // A-ASSOCIATE-RJ fields, PS3.8 Table 9-21: the acceptor's refusals are permanent and come from
-// the service user.
+// the service user, except a busy acceptor's, which is transient and the provider's.
 constexpr uint8_t kRejectPermanent = 1;
+constexpr uint8_t kRejectTransient = 2;
 constexpr uint8_t kRejectSourceUser = 1;
+constexpr uint8_t kRejectSourcePresentation = 3;
 constexpr uint8_t kReasonNone = 1;
 constexpr uint8_t kReasonApplicationContext = 2;
 constexpr uint8_t kReasonCallingAE = 3;
 constexpr uint8_t kReasonCalledAE = 7;
+constexpr uint8_t kReasonLocalLimit = 2;
+
+// An AE title field as the value it must be (PS3.5 Table 6.2-1, AE): characters of the default
+// repertoire without the backslash and the control characters, blank or zero padded. Anything
+// else could forge a line of a log or a file's Source AE.
+bool IsAETitleField(const char field[16]) {
+  bool padding = false;
+  for (int i = 0; i < 16; ++i) {
+    const auto c = static_cast<unsigned char>(field[i]);
+    if (c == 0) {
+      padding = true;
+      continue;
+    }
+    if (padding && c != ' ') return false;
+    if (c < 0x20 || c >= 0x7F || c == '\\') return false;
+  }
+  return true;
+}
 
 std::string Trimmed(const char* field) {
   std::string title(field);
@@ -292,9 +312,13 @@ int PDU_Service::AnswerRequest() {
   uint8_t reason = CheckRequest();
   pdu::AssociatePDU answer;
   if (!reason && !NegotiateContexts(answer)) reason = kReasonNone;
-  if (reason) {
+  const bool busy = !reason && !CheckCapacity();
+  if (reason || busy) {
     std::vector<uint8_t> bytes;
-    pdu::EncodeReject(kRejectPermanent, kRejectSourceUser, reason, bytes);
+    if (busy)
+      pdu::EncodeReject(kRejectTransient, kRejectSourcePresentation, kReasonLocalLimit, bytes);
+    else
+      pdu::EncodeReject(kRejectPermanent, kRejectSourceUser, reason, bytes);
     (void)SendPDU(bytes);  // a failure shows at the next read, or the connection goes now
     state.accepted.clear();
     Drop();
@@ -333,8 +357,9 @@ uint8_t PDU_Service::CheckRequest() {
   const pdu::AssociatePDU& request = state_->request;
   if (!request.ApplicationContextValid || !CheckApplicationContext(request.ApplicationContext))
     return kReasonApplicationContext;
-  if (!CheckRemoteAE(request.CallingAE)) return kReasonCallingAE;
-  if (!CheckLocalAE(request.CalledAE)) return kReasonCalledAE;
+  if (!IsAETitleField(request.CallingAE) || !CheckRemoteAE(request.CallingAE))
+    return kReasonCallingAE;
+  if (!IsAETitleField(request.CalledAE) || !CheckLocalAE(request.CalledAE)) return kReasonCalledAE;
   if (!CheckExtra(request.CallingAE, request.CalledAE)) return kReasonNone;
   return 0;
 }

@@ -117,40 +117,69 @@ int PDU_Service::Read(DICOMObject* object) {
 int PDU_Service::Read(DICOMObject* object, UID& transferSyntax) {
   State& state = *state_;
   if (!state.associated || !object) return 0;
-  state.messageStarted = false;
   state.message = std::make_unique<KESTREL::MessageBytes>();
+  if (!ReadMessage(nullptr)) return 0;
+  return FinishMessage(object, transferSyntax);
+}
+
+int PDU_Service::ReadInto(ByteBuffer::Sink& sink, UID& transferSyntax) {
+  State& state = *state_;
+  if (!state.associated) return 0;
+  state.message.reset();
+  state.sinkTakes = true;
+  if (!ReadMessage(&sink)) return 0;
+  state.messageStarted = false;
+  transferSyntax = SyntaxOfContext(state.messageContext);
+  state.lastContext = state.messageContext;
+  return 1;
+}
+
+void PDU_Service::SetMessageLimit(uint64_t bytes) { state_->messageLimit = bytes; }
+
+bool PDU_Service::WaitForInput(uint32_t milliseconds) const {
+  return state_->dataLeft != 0 || state_->transport.HasQueuedInput() ||
+         socket_.WaitForInput(milliseconds);
+}
+
+bool PDU_Service::CheckCapacity() { return true; }
+
+// Reads P-DATA-TF values until a message is complete: its bytes are kept in the message being
+// assembled, or handed to `sink` when there is one. False when the association ended.
+bool PDU_Service::ReadMessage(ByteBuffer::Sink* sink) {
+  State& state = *state_;
+  state.messageStarted = false;
   for (;;) {
     if (state.dataLeft) {
       bool complete = false;
-      if (!ReadValue(object, transferSyntax, complete)) return 0;
-      if (complete) return FinishMessage(object, transferSyntax);
+      if (!ReadValue(sink, complete)) return false;
+      if (complete) return true;
       continue;
     }
     uint8_t type;
     if (!state.transport.Read8(type)) {
       // Nothing came before the time-out, or the peer went away: no A-ABORT.
       Drop();
-      return 0;
+      return false;
     }
-    if (type != pdu::kDataTF) return ReadOtherPDU(type);
+    if (type != pdu::kDataTF) return ReadOtherPDU(type) != 0;
     uint8_t reserved;
     uint32_t length;
     if (!state.transport.Read8(reserved) || !state.transport.ReadBig32(length)) {
       Drop();
-      return 0;
+      return false;
     }
     if (length < kValueHeader) {
       AbortAndDrop(pdu::kAbortSourceProvider, pdu::kAbortInvalidParameter);
-      return 0;
+      return false;
     }
     state.dataLeft = length;
   }
 }
 
 // One presentation data value of the current P-DATA-TF, appended to the message being
-// assembled. Every value of a message must carry the same context and kind; bytes are taken
-// as they arrive, never allocated ahead on the word of a length.
-int PDU_Service::ReadValue(DICOMObject* object, UID& transferSyntax, bool& complete) {
+// assembled or handed to `sink`. Every value of a message must carry the same context and
+// kind; bytes are taken as they arrive, never allocated ahead on the word of a length.
+int PDU_Service::ReadValue(ByteBuffer::Sink* sink, bool& complete) {
   State& state = *state_;
   uint32_t itemLength;
   uint8_t contextID, control;
@@ -172,18 +201,34 @@ int PDU_Service::ReadValue(DICOMObject* object, UID& transferSyntax, bool& compl
     return 0;
   }
   if (!state.messageStarted) {
+    if (sink && command) {  // a command set where a data set was awaited
+      AbortAndDrop(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified);
+      return 0;
+    }
     state.messageStarted = true;
     state.messageContext = contextID;
     state.messageCommand = command;
   }
   const uint32_t fragment = itemLength - 2;
-  if (!state.message->Append(state.transport, fragment)) {
+  if (!sink && state.messageLimit && state.message->Size() + fragment > state.messageLimit) {
+    AbortAndDrop(pdu::kAbortSourceUser, pdu::kAbortReasonNotSpecified);
+    return 0;
+  }
+  const bool read = sink ? state.transport.ReadTo(*sink, fragment, state.sinkTakes)
+                         : state.message->Append(state.transport, fragment);
+  if (!read) {
     Drop();
     return 0;
   }
   state.dataLeft -= fragment;
   complete = (control & pdu::kLastFragmentBit) != 0;
   return 1;
+}
+
+UID PDU_Service::SyntaxOfContext(uint8_t contextID) const {
+  const PresentationContext* context = FindAcceptedContext(contextID);
+  return context && !context->TransferSyntaxes.empty() ? context->TransferSyntaxes[0]
+                                                       : UID(kFallbackTransferSyntax);
 }
 
 // Decodes a complete message into `object`: a command set in implicit VR little endian, a data
@@ -196,9 +241,7 @@ int PDU_Service::FinishMessage(DICOMObject* object, UID& transferSyntax) {
   state.messageStarted = false;
   const bool commandObject = dynamic_cast<DICOMCommandObject*>(object) != nullptr;
   const bool dataObject = dynamic_cast<DICOMDataObject*>(object) != nullptr;
-  const PresentationContext* context = FindAcceptedContext(state.messageContext);
-  transferSyntax = context && !context->TransferSyntaxes.empty() ? context->TransferSyntaxes[0]
-                                                                 : UID(kFallbackTransferSyntax);
+  transferSyntax = SyntaxOfContext(state.messageContext);
   int mode =
       state.messageCommand ? kModeImplicitLittle : TransferSyntaxMode(transferSyntax.GetBuffer());
   bool wrongKind = (state.messageCommand && dataObject) || (!state.messageCommand && commandObject);

@@ -5,12 +5,12 @@
 #include <memory>
 #include <vector>
 
-#include "kestrel/ByteBuffer.h"
-#include "kestrel/PDU_Service.h"
 #include "AcceptanceTable.h"
 #include "MessageBytes.h"
 #include "PDUItems.h"
 #include "TransportBuffer.h"
+#include "kestrel/ByteBuffer.h"
+#include "kestrel/PDU_Service.h"
 
 struct PDU_Service::State {
   explicit State(PDU_Service* owner)
@@ -42,5 +42,7 @@ struct PDU_Service::State {
   uint8_t messageContext = 0;
   bool messageCommand = false;
   std::unique_ptr<KESTREL::MessageBytes> message;
+  bool sinkTakes = false;     // ReadInto's sink has taken every byte so far
+  uint64_t messageLimit = 0;  // SetMessageLimit
   uint8_t lastContext = 0;
 };

@@ -19,7 +19,6 @@ namespace {
 std::atomic<int> liveSockets{0};
 std::atomic<uint32_t> defaultTimeout{Socket::kDefaultTimeout};
 
-constexpr int kBacklog = 5;
 constexpr uint32_t kReadAhead = 64 * 1024;
 
 // The leading decimal value of `text` as atoi reads it (blanks, a sign, digits), kept modulo
@@ -149,7 +148,7 @@ int Socket::ListenOn(uint16_t networkPort) {
     error_ = bindError;
     return 0;
   }
-  if (!sockets::Listen(handle, kBacklog)) {
+  if (!sockets::Listen(handle, backlog_)) {
     sockets::Close(handle);
     return 0;
   }
@@ -228,7 +227,14 @@ bool Socket::HasInput() const {
   return readBegin_ < readEnd_ || (connected_ && sockets::WaitReadable(dataSocket_, 0) == 1);
 }
 
+bool Socket::WaitForInput(uint32_t milliseconds) const {
+  if (readBegin_ < readEnd_ || !connected_) return true;
+  return sockets::WaitReadable(dataSocket_, milliseconds) != 0;
+}
+
 bool Socket::Shutdown(int handle) { return handle > 0 && sockets::Shutdown(handle); }
+
+bool Socket::ShutdownReading(int handle) { return handle > 0 && sockets::ShutdownReading(handle); }
 
 int Socket::Send(const void* buffer, uint32_t length) {
   if (!connected_) return 0;

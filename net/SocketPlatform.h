@@ -59,6 +59,9 @@ void Close(Handle handle);
 // Ends both directions of a connection so that a receive blocked on it in another thread
 // returns; the handle stays open for its owner to close.
 [[nodiscard]] bool Shutdown(Handle handle);
+// Ends the receiving direction only: a blocked receive returns as at the peer's close, while
+// what is still to be sent can go.
+[[nodiscard]] bool ShutdownReading(Handle handle);
 // TCP_NODELAY: one PDU per send would otherwise wait for delayed acknowledgements.
 [[nodiscard]] bool SetNoDelay(Handle handle);
 // TCP_QUICKACK: acknowledges what has arrived now instead of up to 40 ms later. A peer that

@@ -176,6 +176,7 @@ void Close(Handle handle) {
 }
 
 bool Shutdown(Handle handle) { return shutdown(handle, SHUT_RDWR) == 0; }
+bool ShutdownReading(Handle handle) { return shutdown(handle, SHUT_RD) == 0; }
 
 bool SetNoDelay(Handle handle) {
   int yes = 1;

@@ -77,6 +77,17 @@ bool TransportBuffer::ReadInto(ByteBuffer& out, size_t length) {
   return true;
 }
 
+bool TransportBuffer::ReadTo(ByteBuffer::Sink& sink, size_t length, bool& taking) {
+  while (length) {
+    if (!Queued() && !Fill()) return false;
+    size_t n = std::min(length, Queued());
+    if (taking && !sink.Write(in_.data() + inBegin_, n)) taking = false;
+    inBegin_ += n;
+    length -= n;
+  }
+  return true;
+}
+
 bool TransportBuffer::Skip(size_t length) {
   while (length) {
     if (!Queued() && !Fill()) return false;

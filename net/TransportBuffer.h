@@ -14,7 +14,7 @@
 #include <functional>
 #include <vector>
 
-class ByteBuffer;
+#include "kestrel/ByteBuffer.h"
 
 namespace KESTREL {
 
@@ -36,6 +36,9 @@ class TransportBuffer {
   // Appends exactly `length` bytes to `out` as they arrive.
   [[nodiscard]] bool ReadInto(std::vector<uint8_t>& out, size_t length);
   [[nodiscard]] bool ReadInto(ByteBuffer& out, size_t length);
+  // Hands exactly `length` bytes to `sink` as they arrive while `taking`; a refusal clears
+  // `taking`, and the rest is read and dropped. False only when the channel failed.
+  [[nodiscard]] bool ReadTo(ByteBuffer::Sink& sink, size_t length, bool& taking);
   // Passes over `length` bytes.
   [[nodiscard]] bool Skip(size_t length);
   // Whether received bytes wait to be read.

@@ -109,6 +109,24 @@ class KESTREL_API PDU_Service : public DICOMCodec {
 
   // For servers, tests and the requesters that need more than the calls above.
   //
+  // The acceptor's last check, once a request would be accepted: whether there is room for
+  // one more association now. A refusal answers A-ASSOCIATE-RJ with result 2 (transient),
+  // source 3 (service provider, presentation function) and reason 2 (local limit exceeded),
+  // PS3.8 Table 9-21. Accepts always.
+  virtual bool CheckCapacity();
+  // Like Read for a data set, but nothing of the message is held: its bytes are handed to
+  // `sink` as they arrive. After the sink refuses bytes (a full disk, say) the rest of the
+  // message is still read, and dropped, so that the association stays in step: the caller's
+  // sink knows of its own failure. 1 when the whole message was read, with the transfer
+  // syntax of its context; 0 as Read fails (a command set arriving instead is a protocol
+  // error).
+  int ReadInto(ByteBuffer::Sink& sink, UID& transferSyntax);
+  // The most bytes a message read by Read may have, since Read holds it whole; a longer one is
+  // answered with A-ABORT and Read gives 0. 0 (the default) means no limit.
+  void SetMessageLimit(uint64_t bytes);
+  // Waits up to `milliseconds` for something Read would take (HasInput); false when the time
+  // passed first.
+  bool WaitForInput(uint32_t milliseconds) const;
   // Sends A-ABORT (service user, no reason) when connected, and closes. Always 1.
   int Abort();
   // Like Write, on the presentation context `contextID`; `command` chooses the command-set
@@ -178,7 +196,9 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   [[nodiscard]] bool SendPDU(const std::vector<uint8_t>& pdu);
   void Drop();
   void AbortAndDrop(uint8_t source, uint8_t reason);
-  int ReadValue(DICOMObject* object, UID& transferSyntax, bool& complete);
+  bool ReadMessage(ByteBuffer::Sink* sink);
+  int ReadValue(ByteBuffer::Sink* sink, bool& complete);
+  UID SyntaxOfContext(uint8_t contextID) const;
   int FinishMessage(DICOMObject* object, UID& transferSyntax);
   int ReadOtherPDU(uint8_t type);
 

@@ -36,7 +36,8 @@ class KESTREL_API Socket {
   // number is 0 modulo 65536). 1 connected; 0 on any failure, with the connect error kept.
   virtual int Open(const char* host, const char* port);
 
-  // Listens on every local address at `port` (resolved as for Open) with a backlog of 5.
+  // Listens on every local address at `port` (resolved as for Open) with a backlog of 5
+  // (SetBacklog changes it).
   int Listen(const char* port);
   // Accepts one peer into the data socket; the listen socket stays open for more. 0 when not
   // listening, or when accepting failed (the listen socket is then closed).
@@ -57,6 +58,9 @@ class KESTREL_API Socket {
   //
   // Listens on a port the system chooses (Listen("0") would look up a service named "0").
   int ListenOnFreePort();
+  // The backlog of pending connections the next Listen asks for: a server facing many peers
+  // at once wants far more than the 5 of a workstation.
+  void SetBacklog(int backlog) { backlog_ = backlog > 0 ? backlog : 1; }
   // The local port of the listen socket, else of the data socket; 0 when there is none.
   int GetLocalPort() const;
   // Waits up to `milliseconds` (negative: for ever) for a peer on the listen socket and gives
@@ -74,6 +78,9 @@ class KESTREL_API Socket {
   // Whether a Recv would return without waiting: bytes received ahead, or the data socket
   // readable (data, or the peer's close). Never blocks.
   bool HasInput() const;
+  // Waits up to `milliseconds` for HasInput to become true; true when it did (or the socket is
+  // not connected, so that the next Recv answers at once), false when the time passed.
+  bool WaitForInput(uint32_t milliseconds) const;
   // While set, each Send tells the system that more bytes follow at once (the fragments of one
   // message), so that it fills whole segments instead of pushing each send out on its own.
   // The bytes sent are the same; only their packing into segments changes. Clear it before
@@ -86,6 +93,9 @@ class KESTREL_API Socket {
   // Ends both directions of a connected handle owned by another thread, so that a Recv blocked
   // on it returns at once; the owner still closes it.
   static bool Shutdown(int handle);
+  // Ends only the receiving direction of such a handle: a blocked Recv returns as at the peer's
+  // close, and what the owner still has to send can go out.
+  static bool ShutdownReading(int handle);
 
  private:
   int error_ = 0;
@@ -106,6 +116,7 @@ class KESTREL_API Socket {
   uint32_t hostAddress_ = 0;  // first address of the last host resolution, network order
   uint16_t servicePort_ = 0;  // the last port resolution, network order
   uint32_t timeout_ = kDefaultTimeout;
+  int backlog_ = 5;
   // Bytes received ahead of the caller's asks (stream sockets only): the association layer
   // asks for at most 1 KiB at a time, and one system call per KiB would bound a connection
   // to a small fraction of what the machine can move.
