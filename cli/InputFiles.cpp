@@ -8,6 +8,29 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Why an entry met in a walk is not a file to read ("" when it is one): each such entry is
+// reported rather than passed over in silence.
+std::string NotAFile(const fs::directory_entry& entry) {
+  std::error_code error;
+  const fs::file_status target = entry.status(error);
+  if (fs::is_regular_file(target)) return std::string();
+  if (entry.is_symlink(error)) {
+    if (!fs::exists(target)) return "a symbolic link to nothing";
+    if (fs::is_directory(target)) return "a symbolic link to a directory, not followed";
+  }
+  switch (target.type()) {
+    case fs::file_type::fifo:
+      return "not a regular file (a FIFO)";
+    case fs::file_type::socket:
+      return "not a regular file (a socket)";
+    case fs::file_type::block:
+    case fs::file_type::character:
+      return "not a regular file (a device)";
+    default:
+      return "not a regular file";
+  }
+}
+
 // One directory level at a time, so that a directory that cannot be read becomes one entry
 // with its error while its siblings are still walked.
 void Walk(const fs::path& directory, std::vector<InputFile>& found) {
@@ -28,7 +51,10 @@ void Walk(const fs::path& directory, std::vector<InputFile>& found) {
       Walk(it->path(), found);
       continue;
     }
-    if (!it->is_regular_file(entryError)) continue;
+    if (std::string why = NotAFile(*it); !why.empty()) {
+      found.push_back({it->path().string(), 0, why});
+      continue;
+    }
     uint64_t size = it->file_size(entryError);
     found.push_back({it->path().string(), entryError ? 0 : size,
                      entryError ? "cannot read: " + entryError.message() : ""});

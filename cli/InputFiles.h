@@ -13,6 +13,8 @@ struct InputFile {
 };
 
 // Appends `path` when it is a file, or every regular file below it when it is a directory (in
-// path order, so that runs repeat). Unreadable paths and directories become entries carrying
-// their error, so that each gets its own line and the others are still worked on.
+// path order, so that runs repeat). Unreadable paths and directories, and what a directory
+// holds that is no file to read (a FIFO, a symbolic link to nothing or to a directory), become
+// entries carrying their error, so that each gets its own line and the others are still worked
+// on.
 void CollectInputFiles(const std::string& path, std::vector<InputFile>& files);

@@ -1,31 +1,31 @@
 // kestrel serve: a DICOM node that runs until SIGINT or SIGTERM. The listener hands each
-// accepted connection to a worker thread of its own (one association per worker, up to
-// --max-associations at once); the worker runs the dispatcher of ServeDispatcher.h over it.
+// accepted connection to a thread of its own, which runs the dispatcher of ServeDispatcher.h
+// over it; ServeConnections.h keeps the limits on how many there are and what they may hold.
 //
-// Stopping: no new connection is accepted, workers get a grace period to finish the
-// association they serve, and whatever is still running after it has its connection shut, so
-// that its blocked read returns at once; then every worker is joined.
+// Stopping: no new connection is accepted; connections still waiting for their request or for
+// their next message end at once; an association reading or answering a message gets a grace
+// period to finish, then whatever is still arriving is cut, while a message that has fully
+// arrived is still answered; then every worker is waited for.
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "NetOptions.h"
+#include "ServeConnections.h"
 #include "ServeDispatcher.h"
 #include "ServeQuery.h"
 #include "ServeWorklist.h"
 #include "StoreObject.h"
 #include "kestrel/CDatabase.h"
+#include "kestrel/DICOMFileWriter.h"
 #include "kestrel/Socket.h"
 
 namespace fs = std::filesystem;
@@ -37,6 +37,10 @@ volatile std::sig_atomic_t stopRequested = 0;
 extern "C" void RequestStop(int) { stopRequested = 1; }
 
 constexpr int kAcceptPollMs = 200;
+// Pending connections the system keeps for us: a server facing a hospital network sees many
+// peers connect at once, far beyond the 5 of a workstation.
+constexpr int kBacklog = 512;
+constexpr uint32_t kMaxSeconds = 24 * 3600;
 
 struct ServeOptions {
   int port = 11112;
@@ -45,11 +49,26 @@ struct ServeOptions {
   std::string db;  // the image database's connect string; "" for the embedded one
   std::string configFile = "pdu.txt";
   std::string risConnect;
-  int64_t timeout = -1;
-  int maxAssociations = 32;
+  uint32_t timeout = 60;
+  uint32_t idleTimeout = 60;
+  uint32_t requestTimeout = 5;
+  int maxAssociations = 64;
+  int maxWaiting = 256;
+  uint64_t maxMemoryMB = 2048;
   int graceSeconds = 5;
+  bool noSync = false;
   bool verbose = false;
   bool quiet = false;
+};
+
+// What runs while the server does; shared with the worker threads, which are detached: the
+// last one to finish (main or a worker leaving) frees it.
+struct Server {
+  Server(const ServeSettings& settings, Connections::Limits limits)
+      : dispatcher(settings, counters), connections(limits) {}
+  ServeCounters counters;
+  Dispatcher dispatcher;
+  Connections connections;
 };
 
 std::string DefaultStoreDir() {
@@ -59,122 +78,138 @@ std::string DefaultStoreDir() {
   return std::string(user ? user : ".") + "/.local/share/kestrel/store";
 }
 
-// The workers in flight: their number (for the limit and the final wait) and their connection
-// handles (to cut them off at the end of the grace period).
-class WorkerSet {
- public:
-  bool WaitForRoom(size_t limit, int milliseconds) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                             [&] { return handles_.size() < limit; });
-  }
-  void Started(int handle) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    handles_.insert(handle);
-  }
-  void Finished(int handle) {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      handles_.erase(handle);
-    }
-    changed_.notify_all();
-  }
-  bool WaitForNone(std::chrono::steady_clock::duration limit) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] { return handles_.empty(); });
-  }
-  void ShutAll() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (int handle : handles_) Socket::Shutdown(handle);
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::set<int> handles_;
-};
-
-int RunServe(const ServeOptions& options) {
+// The store and its incoming folder, without what a server that died left half written.
+bool PrepareStore(const ServeOptions& options) {
+  const std::string incoming = options.storeDir + "/.incoming";
   std::error_code error;
-  fs::create_directories(options.storeDir, error);
-  if (!fs::is_directory(options.storeDir)) {
+  fs::create_directories(incoming, error);
+  if (!fs::is_directory(incoming)) {
     std::cerr << "kestrel serve: cannot create the store directory " << options.storeDir << '\n';
-    return kExitLocalFailure;
+    return false;
   }
-  {
-    // The database is made ready once; each association then connects on its own.
-    CDatabase index;
-    std::string why;
-    if (!OpenImageIndex(options.db, index, &why)) {
-      std::cerr << "kestrel serve: " << why << '\n';
-      return kExitLocalFailure;
-    }
-  }
-  Socket listener;
-  int listening = options.port == 0 ? listener.ListenOnFreePort()
-                                    : listener.Listen(std::to_string(options.port).c_str());
-  if (!listening) {
-    std::cerr << "kestrel serve: cannot listen on port " << options.port << " (error "
-              << listener.GetError() << ")\n";
-    return kExitLocalFailure;
-  }
-  std::signal(SIGINT, RequestStop);
-  std::signal(SIGTERM, RequestStop);
+  const int removed = DICOMFileWriter::RemoveStale(incoming);
+  if (removed && !options.quiet)
+    std::fprintf(stderr, "kestrel serve: removed %d partial file%s left in %s\n", removed,
+                 removed == 1 ? "" : "s", incoming.c_str());
+  return true;
+}
 
+// The database is made ready once; each association then connects on its own.
+bool PrepareIndex(const ServeOptions& options) {
+  CDatabase index;
+  std::string why;
+  if (OpenImageIndex(options.db, index, &why)) return true;
+  std::cerr << "kestrel serve: " << why << '\n';
+  return false;
+}
+
+bool OpenListener(const ServeOptions& options, Socket& listener) {
+  listener.SetBacklog(kBacklog);
+  const int listening = options.port == 0 ? listener.ListenOnFreePort()
+                                          : listener.Listen(std::to_string(options.port).c_str());
+  if (listening) return true;
+  std::cerr << "kestrel serve: cannot listen on port " << options.port << " (error "
+            << listener.GetError() << ")\n";
+  return false;
+}
+
+std::shared_ptr<Server> MakeServer(const ServeOptions& options) {
   ServeSettings settings;
   settings.configFile = options.configFile;
   settings.storeDir = options.storeDir;
   settings.dbConnect = ImageIndexConnect(options.db);
-  settings.timeout =
-      options.timeout >= 0 ? static_cast<uint32_t>(options.timeout) : Socket::GetDefaultTimeout();
+  settings.requestTimeout = options.requestTimeout;
+  settings.idleTimeout = options.idleTimeout;
+  settings.timeout = options.timeout;
+  settings.sync = !options.noSync;
   settings.verbose = options.verbose;
-  // Shared with the worker threads, which are detached: the last one to finish (main or a
-  // worker leaving) frees it.
-  struct Server {
-    explicit Server(const ServeSettings& settings) : dispatcher(settings, counters) {}
-    ServeCounters counters;
-    Dispatcher dispatcher;
-    WorkerSet workers;
-  };
-  auto server = std::make_shared<Server>(settings);
+  Connections::Limits limits;
+  limits.associations = static_cast<size_t>(options.maxAssociations);
+  limits.waiting = static_cast<size_t>(options.maxWaiting);
+  limits.memoryBytes = options.maxMemoryMB << 20;
+  auto server = std::make_shared<Server>(settings, limits);
   AddEchoHandler(server->dispatcher);
   AddStoreHandler(server->dispatcher);
   AddFindHandlers(server->dispatcher);
   AddMoveHandlers(server->dispatcher);
   if (!options.risConnect.empty()) AddWorklistHandler(server->dispatcher, options.risConnect);
+  return server;
+}
 
-  std::printf("kestrel serve: listening on port %d as %s, storing in %s\n", listener.GetLocalPort(),
-              options.aeTitle.c_str(), options.storeDir.c_str());
-  std::fflush(stdout);
-
+void AcceptUntilStopped(Socket& listener, const std::shared_ptr<Server>& server) {
   while (!stopRequested) {
-    if (!server->workers.WaitForRoom(static_cast<size_t>(options.maxAssociations), kAcceptPollMs))
-      continue;
-    int handle = listener.AcceptHandle(kAcceptPollMs);
+    const int handle = listener.AcceptHandle(kAcceptPollMs);
     if (handle < 0) continue;
-    server->workers.Started(handle);
-    std::thread([server, handle] {
-      server->dispatcher.Serve(handle);
-      server->workers.Finished(handle);
+    const uint64_t id = server->connections.Admit(handle);
+    std::thread([server, handle, id] {
+      server->dispatcher.Serve(handle, server->connections, id);
     }).detach();
   }
   listener.Close();
-  if (!server->workers.WaitForNone(std::chrono::seconds(options.graceSeconds))) {
-    server->workers.ShutAll();
-    server->workers.WaitForNone(std::chrono::hours(24));
+}
+
+void StopWorkers(Server& server, const ServeOptions& options) {
+  server.connections.Stop();
+  if (!server.connections.WaitForNone(std::chrono::seconds(options.graceSeconds))) {
+    server.connections.CutReading();
+    server.connections.WaitForNone(std::chrono::hours(24));
   }
-  const ServeCounters& counters = server->counters;
-  if (!options.quiet)
-    std::fprintf(stderr,
-                 "kestrel serve: stopped; %llu associations (%llu refused), %llu echoes, "
-                 "%llu objects stored (%llu bytes), %llu failed\n",
-                 static_cast<unsigned long long>(counters.associations.load()),
-                 static_cast<unsigned long long>(counters.refused.load()),
-                 static_cast<unsigned long long>(counters.echoes.load()),
-                 static_cast<unsigned long long>(counters.stored.load()),
-                 static_cast<unsigned long long>(counters.bytes.load()),
-                 static_cast<unsigned long long>(counters.failed.load()));
+}
+
+void PrintSummary(const ServeCounters& counters) {
+  std::fprintf(stderr,
+               "kestrel serve: stopped; %llu associations (%llu refused, %llu of them busy), "
+               "%llu echoes, %llu objects stored (%llu bytes), %llu failed\n",
+               static_cast<unsigned long long>(counters.associations.load()),
+               static_cast<unsigned long long>(counters.refused.load()),
+               static_cast<unsigned long long>(counters.busy.load()),
+               static_cast<unsigned long long>(counters.echoes.load()),
+               static_cast<unsigned long long>(counters.stored.load()),
+               static_cast<unsigned long long>(counters.bytes.load()),
+               static_cast<unsigned long long>(counters.failed.load()));
+}
+
+int RunServe(const ServeOptions& options) {
+  if (!PrepareStore(options) || !PrepareIndex(options)) return kExitLocalFailure;
+  Socket listener;
+  if (!OpenListener(options, listener)) return kExitLocalFailure;
+  std::signal(SIGINT, RequestStop);
+  std::signal(SIGTERM, RequestStop);
+  std::shared_ptr<Server> server = MakeServer(options);
+  std::printf("kestrel serve: listening on port %d as %s, storing in %s\n", listener.GetLocalPort(),
+              options.aeTitle.c_str(), options.storeDir.c_str());
+  std::fflush(stdout);
+  AcceptUntilStopped(listener, server);
+  StopWorkers(*server, options);
+  if (!options.quiet) PrintSummary(server->counters);
   return kExitOk;
+}
+
+void AddLimitOptions(CLI::App* cmd, ServeOptions& options) {
+  const auto seconds = CLI::Range(uint32_t{1}, kMaxSeconds);
+  cmd->add_option("--timeout", options.timeout,
+                  "seconds each wait for the rest of a message may take (default 60)")
+      ->check(seconds);
+  cmd->add_option("--idle-timeout", options.idleTimeout,
+                  "seconds an association may stay silent between messages (default 60)")
+      ->check(seconds);
+  cmd->add_option("--request-timeout", options.requestTimeout,
+                  "seconds a new connection has to ask for an association (default 5)")
+      ->check(seconds);
+  cmd->add_option("--max-associations", options.maxAssociations,
+                  "associations served at once; more are refused as busy (default 64)")
+      ->check(CLI::Range(1, 1024));
+  cmd->add_option("--max-waiting", options.maxWaiting,
+                  "connections kept while they have not asked for an association; the oldest "
+                  "makes room for a new one (default 256)")
+      ->check(CLI::Range(1, 4096));
+  cmd->add_option("--max-memory", options.maxMemoryMB,
+                  "MB of memory past which new associations are refused as busy (default 2048)")
+      ->check(CLI::Range(uint64_t{64}, uint64_t{1} << 20));
+  cmd->add_option("--grace", options.graceSeconds,
+                  "seconds associations get to finish the message they are reading after a stop "
+                  "signal (default 5)")
+      ->check(CLI::Range(0, 3600));
 }
 
 }  // namespace
@@ -200,16 +235,10 @@ void AddServeCommand(CLI::App& app, int& exitCode) {
                   "connect string");
   cmd->add_option("--config", options->configFile,
                   "association configuration file (default pdu.txt; absent: accept all)");
-  cmd->add_option("--timeout", options->timeout,
-                  "socket receive time-out in seconds (default " +
-                      std::to_string(Socket::kDefaultTimeout) + ")")
-      ->check(CLI::Range(int64_t{0}, int64_t{UINT32_MAX}));
-  cmd->add_option("--max-associations", options->maxAssociations,
-                  "associations served at once (default 32)")
-      ->check(CLI::Range(1, 1024));
-  cmd->add_option("--grace", options->graceSeconds,
-                  "seconds running associations get to finish after a stop signal (default 5)")
-      ->check(CLI::Range(0, 3600));
+  AddLimitOptions(cmd, *options);
+  cmd->add_flag("--no-sync", options->noSync,
+                "answer a store before its file and rows are flushed to the disk (for stores "
+                "that may be lost)");
   cmd->add_flag("--verbose", options->verbose, "a line per association");
   cmd->add_flag("--quiet", options->quiet, "print errors only");
   cmd->callback([options, &exitCode]() {

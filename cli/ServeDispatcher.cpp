@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "ServeConnections.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/DIMSEC.h"
 #include "kestrel/PDU_Service.h"
@@ -16,19 +17,59 @@ constexpr uint16_t kDataSetType = 0x0800;
 constexpr uint16_t kNoDataSet = 0x0101;
 constexpr uint16_t kCancelField = 0x0FFF;
 constexpr uint16_t kResponseBit = 0x8000;
-constexpr uint32_t kRequestTimeout = 30;  // seconds
 
 // Only transfer syntaxes the codec can read are accepted: a data set in any other could not be
-// decoded, and the peer should rather use one of its other proposals.
+// decoded, and the peer should rather use one of its other proposals. A request that would be
+// accepted takes a slot of the server, or is refused as busy.
 class ServePDU : public PDU_Service {
  public:
-  using PDU_Service::PDU_Service;
+  ServePDU(const char* configFile, Connections& connections, uint64_t id)
+      : PDU_Service(configFile), connections_(connections), id_(id) {}
   bool CheckTransferSyntax(const UID& uid) override {
     return TransferSyntaxMode(uid.GetBuffer()) != 0 && PDU_Service::CheckTransferSyntax(uid);
   }
+  bool CheckCapacity() override {
+    busy_ = !connections_.TakeSlot(id_);
+    return !busy_;
+  }
+  bool WasBusy() const { return busy_; }
+
+ private:
+  Connections& connections_;
+  uint64_t id_;
+  bool busy_ = false;
+};
+
+// Takes the connection out of the server's list before the association (declared earlier)
+// closes its handle.
+class LeaveFirst {
+ public:
+  LeaveFirst(Connections& connections, uint64_t id) : connections_(connections), id_(id) {}
+  ~LeaveFirst() { connections_.Leave(id_); }
+  LeaveFirst(const LeaveFirst&) = delete;
+  LeaveFirst& operator=(const LeaveFirst&) = delete;
+
+ private:
+  Connections& connections_;
+  uint64_t id_;
 };
 
 }  // namespace
+
+std::string Printable(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
+      out += c;
+      continue;
+    }
+    char escaped[5];
+    std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+    out += escaped;
+  }
+  return out;
+}
 
 Dispatcher::Dispatcher(ServeSettings settings, ServeCounters& counters)
     : settings_(std::move(settings)), counters_(counters) {}
@@ -83,34 +124,60 @@ bool Dispatcher::AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request
   return WriteStatusResponse(&pdu, request, status) != 0;
 }
 
-void Dispatcher::Serve(int handle) {
-  ServePDU pdu(settings_.configFile.c_str());
-  // A connection that sends no association request holds a worker only as long as the
-  // request timer of PS3.8 9.1.5 (ARTIM) allows, not the whole receive time-out.
-  pdu.SetTimeout(settings_.timeout < kRequestTimeout ? settings_.timeout : kRequestTimeout);
+void Dispatcher::Serve(int handle, Connections& connections, uint64_t id) {
+  ServePDU pdu(settings_.configFile.c_str(), connections, id);
+  LeaveFirst leave(connections, id);
+  // A connection that sends no association request holds its thread only as long as the
+  // request timer of PS3.8 9.1.5 (ARTIM) allows.
+  pdu.SetTimeout(settings_.requestTimeout);
   if (!pdu.ServeSocket(handle)) {
     ++counters_.refused;
+    if (pdu.WasBusy()) ++counters_.busy;
     return;
   }
-  pdu.SetTimeout(settings_.timeout);
   ++counters_.associations;
+  pdu.SetTimeout(settings_.timeout);
+  pdu.SetMessageLimit(settings_.messageLimit);
+  const uint64_t requests = ServeAssociation(pdu, connections, id);
+  if (settings_.verbose)
+    std::fprintf(stderr, "kestrel serve: association %s -> %s ended after %llu requests\n",
+                 Printable(pdu.GetCallingAETitle()).c_str(),
+                 Printable(pdu.GetCalledAETitle()).c_str(),
+                 static_cast<unsigned long long>(requests));
+}
+
+// Requests until the association ends: an association silent for the idle time-out, or still
+// idle when the server stops, is aborted (PS3.8 7.3.1); one stopped while a message was read
+// gets its answer first.
+uint64_t Dispatcher::ServeAssociation(PDU_Service& pdu, Connections& connections, uint64_t id) {
   uint64_t requests = 0;
   for (;;) {
-    DICOMCommandObject request;
-    if (!pdu.Read(&request)) break;  // released, aborted, timed out or broken
+    if (!pdu.WaitForInput(settings_.idleTimeout * 1000) || !connections.StartMessage(id)) {
+      pdu.Abort();
+      break;
+    }
+    const bool answered = AnswerNext(pdu);
+    const bool goOn = connections.EndMessage(id);
+    if (!answered) break;
     ++requests;
-    uint16_t unsupported = 0;
-    const Handler* handler = FindHandler(request, unsupported);
-    bool ok = handler ? (*handler)(pdu, &request) : AnswerUnsupported(pdu, &request, unsupported);
-    if (!ok) {
+    if (!goOn) {
       pdu.Abort();
       break;
     }
   }
-  if (settings_.verbose)
-    std::fprintf(stderr, "kestrel serve: association %s -> %s ended after %llu requests\n",
-                 pdu.GetCallingAETitle().c_str(), pdu.GetCalledAETitle().c_str(),
-                 static_cast<unsigned long long>(requests));
+  return requests;
+}
+
+// Reads the next request and answers it; false when the association is over.
+bool Dispatcher::AnswerNext(PDU_Service& pdu) {
+  DICOMCommandObject request;
+  if (!pdu.Read(&request)) return false;  // released, aborted, timed out or broken
+  uint16_t unsupported = 0;
+  const Handler* handler = FindHandler(request, unsupported);
+  const bool ok =
+      handler ? (*handler)(pdu, &request) : AnswerUnsupported(pdu, &request, unsupported);
+  if (!ok) pdu.Abort();
+  return ok;
 }
 
 void AddEchoHandler(Dispatcher& dispatcher) {

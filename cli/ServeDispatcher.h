@@ -4,6 +4,11 @@
 // request handed to the handler registered for its command field. A service plugs in by adding
 // a handler (C-ECHO and C-STORE here; C-FIND and C-MOVE plug in the same way); a request with
 // no handler is answered "unrecognized operation" (0211).
+//
+// The dispatcher, not the handlers, keeps the server's limits: how long a peer may take to
+// ask for an association, to send its next message, and to send each part of one; how large
+// a message held in memory may be (PDU_Service::SetMessageLimit); when a stopping server ends
+// an association (ServeConnections.h).
 
 #include <atomic>
 #include <condition_variable>
@@ -15,20 +20,28 @@
 #include <string>
 #include <utility>
 
+class Connections;
 class PDU_Service;
 class DICOMCommandObject;
 
 struct ServeSettings {
-  std::string configFile;  // association configuration file; missing means accept all
-  std::string storeDir;    // the image store's root
-  std::string dbConnect;   // the image database that indexes the store
-  uint32_t timeout = 0;    // socket receive time-out, seconds
+  std::string configFile;       // association configuration file; missing means accept all
+  std::string storeDir;         // the image store's root
+  std::string dbConnect;        // the image database that indexes the store
+  uint32_t requestTimeout = 5;  // seconds for the association request once connected (ARTIM)
+  uint32_t idleTimeout = 60;    // seconds an association may stay silent between messages
+  uint32_t timeout = 60;        // seconds each wait within a message (and a release) may take
+  // The largest message a handler reads whole (commands, queries); data sets being stored
+  // go to their file as they arrive and are not bound by it.
+  uint64_t messageLimit = 32 << 20;
+  bool sync = true;  // files and rows reach the disk before a store is answered Success
   bool verbose = false;
 };
 
 struct ServeCounters {
   std::atomic<uint64_t> associations{0};
-  std::atomic<uint64_t> refused{0};
+  std::atomic<uint64_t> refused{0};  // association requests rejected or broken
+  std::atomic<uint64_t> busy{0};     // of which rejected for lack of room
   std::atomic<uint64_t> echoes{0};
   std::atomic<uint64_t> stored{0};
   std::atomic<uint64_t> failed{0};
@@ -45,18 +58,21 @@ class Dispatcher {
   // one; a request of a class that no handler of its command field takes is answered "SOP
   // class not supported" (0122).
   void Add(uint16_t commandField, Handler handler, const std::string& sopClass = std::string());
-  // Serves the association on an accepted connection (taken over and closed) until the peer
-  // releases or aborts, the time-out passes or the protocol breaks.
-  void Serve(int handle);
+  // Serves the association on an accepted connection (taken over and closed), registered in
+  // `connections` as `id`, until the peer releases or aborts, a time-out passes, the protocol
+  // breaks or the server stops.
+  void Serve(int handle, Connections& connections, uint64_t id);
 
   const ServeSettings& Settings() const { return settings_; }
   ServeCounters& Counters() { return counters_; }
-  // Serialises writers of the same instance across associations: its file is written as
-  // "<name>.partial" first, which two writers must not share, and indexed after.
+  // Serialises the stores of one instance across associations: its file and rows are
+  // replaced by one writer at a time.
   void LockName(const std::string& name);
   void UnlockName(const std::string& name);
 
  private:
+  [[nodiscard]] uint64_t ServeAssociation(PDU_Service& pdu, Connections& connections, uint64_t id);
+  [[nodiscard]] bool AnswerNext(PDU_Service& pdu);
   [[nodiscard]] bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request, uint16_t status);
   [[nodiscard]] const Handler* FindHandler(DICOMCommandObject& request, uint16_t& unsupported) const;
 
@@ -67,6 +83,11 @@ class Dispatcher {
   std::condition_variable namesFree_;
   std::set<std::string> namesInUse_;
 };
+
+// Text a peer chose (an AE title, a UID, a driver's message quoting one), made safe for a log
+// line: control characters, backslashes and bytes above 0x7E are written as \xNN, so that no
+// peer can forge a line or a terminal sequence.
+std::string Printable(const std::string& text);
 
 // The handlers of this version of the server. The C-STORE one is in ServeStore.cpp.
 void AddEchoHandler(Dispatcher& dispatcher);

@@ -1,7 +1,9 @@
-// The C-STORE handler of `kestrel serve`: every object received is saved in the image store and
-// indexed in the image database before the response goes out; the response says Success only
-// when the file and its four rows are there, and otherwise carries a failure status with an
-// Error Comment (0000,0902) saying why.
+// The C-STORE handler of `kestrel serve`. The data set goes to a file of the store's incoming
+// folder as it arrives (nothing of it is held whole in memory, whatever its size); once it is
+// all there, the file is read back without its large values, checked against the request,
+// moved into the store and indexed in the image database. The response says Success only when
+// the file (flushed to the disk, unless --no-sync) and its four rows are there, and otherwise
+// carries a failure status with an Error Comment (0000,0902) saying why.
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -9,7 +11,10 @@
 
 #include "ServeDispatcher.h"
 #include "StoreObject.h"
+#include "kestrel/CDBException.h"
 #include "kestrel/CDatabase.h"
+#include "kestrel/DICOMCodec.h"
+#include "kestrel/DICOMFileWriter.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/DIMSEC.h"
 #include "kestrel/PDU_Service.h"
@@ -17,36 +22,61 @@
 
 namespace {
 
-constexpr char kImplicitLittle[] = "1.2.840.10008.1.2";
+// C-STORE statuses, PS3.4 Table B.2-1.
+constexpr uint16_t kOutOfResources = 0xA700;
+constexpr uint16_t kDataSetDoesNotMatch = 0xA900;
+constexpr uint16_t kCannotUnderstand = 0xC000;
+constexpr uint16_t kNoDataSet = 0x0101;
 
-// The transfer syntax the data set came in: that of the context its request used.
-std::string ReceivedSyntax(PDU_Service& pdu) {
-  const PresentationContext* context = pdu.FindAcceptedContext(pdu.GetLastPresentationContextID());
-  return context && !context->TransferSyntaxes.empty() ? context->TransferSyntaxes[0].ToString()
-                                                       : std::string(kImplicitLittle);
+// What reading the stored file back may hold: values up to 64 KiB (pixels and other bulk are
+// passed over) and 16 MiB in all; the index needs only the leading attributes.
+constexpr uint32_t kHeldValue = 64 * 1024;
+constexpr uint64_t kHeldInAll = 16 << 20;
+
+// The folder of the store where files are written while their data sets arrive.
+std::string IncomingFolder(const ServeSettings& settings) {
+  return settings.storeDir + "/.incoming";
 }
 
-// Records the sender as the file's Source Application Entity Title (PS3.10 7.1).
-void NameSender(PDU_Service& pdu, DICOMDataObject* dataSet) {
-  const std::string sender = pdu.GetCallingAETitle();
-  if (sender.empty()) return;
-  auto vr = std::make_unique<VR>(0x0002, 0x0016, static_cast<uint32_t>(sender.size()), true);
-  if (!vr->Data) return;
-  std::memcpy(vr->Data, sender.data(), sender.size());
-  if (vr->Length > sender.size()) static_cast<char*>(vr->Data)[sender.size()] = ' ';
-  vr->TypeCode = MakeTypeCode('A', 'E');
-  if (dataSet->Push(vr.get())) vr.release();
+StoreResult Refusal(uint16_t status, std::string comment, std::string detail = std::string()) {
+  StoreResult result;
+  result.outcome = status == kOutOfResources ? StoreOutcome::kFailed : StoreOutcome::kRefused;
+  result.status = status;
+  result.comment = comment.substr(0, 64);
+  result.detail = std::move(detail);
+  return result;
 }
+
+// Writes a file's meta group as a store does: the sender as its Source Application Entity
+// Title (PS3.10 7.1), as DCMTK's storescp does.
+class SenderCodec : public DICOMCodec {
+ public:
+  explicit SenderCodec(std::string sender) : sender_(std::move(sender)) {}
+  std::string GetLocalAETitle() const override { return sender_; }
+
+ private:
+  std::string sender_;
+};
+
+// Takes the bytes of a data set that is not kept.
+class Drain : public ByteBuffer::Sink {
+ public:
+  bool Write(const void*, size_t) override { return true; }
+};
 
 // Each worker thread serves one association and keeps its own connection to the image
 // database for it; it closes when the thread ends.
 thread_local std::unique_ptr<CDatabase> workerDatabase;
 
-CDatabase* WorkerDatabase(const std::string& connect, std::string* error) {
+CDatabase* WorkerDatabase(const ServeSettings& settings, std::string* error) {
   if (workerDatabase && workerDatabase->IsOpen()) return workerDatabase.get();
   workerDatabase = std::make_unique<CDatabase>();
   try {
-    workerDatabase->Open(connect);
+    workerDatabase->Open(settings.dbConnect);
+    // SQLite's driver commits with synchronous=NORMAL, which a power loss may undo in WAL mode.
+    if (workerDatabase->GetDBMSName() == "SQLite")
+      workerDatabase->ExecuteSQL(settings.sync ? "PRAGMA synchronous = FULL"
+                                               : "PRAGMA synchronous = OFF");
   } catch (const CDBException& e) {
     *error = e.GetErrorMessage();
     workerDatabase.reset();
@@ -55,53 +85,121 @@ CDatabase* WorkerDatabase(const std::string& connect, std::string* error) {
   return workerDatabase.get();
 }
 
-StoreResult Store(Dispatcher& dispatcher, PDU_Service& pdu, DICOMDataObject* dataSet) {
-  const ServeSettings& settings = dispatcher.Settings();
-  std::string error;
-  CDatabase* database = WorkerDatabase(settings.dbConnect, &error);
-  if (!database) {
-    StoreResult result;
-    result.status = DIMSEStatus::kOutOfResources;
-    result.comment = "The image database cannot be reached";
-    result.detail = error;
-    return result;
+// One C-STORE being received: the request's SOP class and instance, the file its data set
+// goes to, and why it cannot be stored when that is known already.
+struct Incoming {
+  std::string sopClass, sopInstance;
+  UID syntax;
+  DICOMFileWriter file;
+  StoreResult refusal;  // status 0: none
+  uint64_t bytes = 0;
+};
+
+// The request must name a class and an instance, each a UID, and carry a data set.
+void CheckRequest(DICOMCommandObject* request, Incoming& in) {
+  if (request->GetUInt16(0x0000, 0x0800) == kNoDataSet)
+    in.refusal = Refusal(kCannotUnderstand, "The request carries no data set");
+  else if (!UIDValue(request->Find(0x0000, 0x0002), &in.sopClass))
+    in.refusal = Refusal(kDataSetDoesNotMatch, "Invalid Affected SOP Class UID");
+  else if (!UIDValue(request->Find(0x0000, 0x1000), &in.sopInstance))
+    in.refusal = Refusal(kDataSetDoesNotMatch, "Invalid Affected SOP Instance UID");
+}
+
+// Reads the data set into a new file of the incoming folder (or drops it when the request is
+// refused already); false when the association broke.
+bool Receive(const ServeSettings& settings, PDU_Service& pdu, DICOMCommandObject* request,
+             Incoming& in) {
+  CheckRequest(request, in);
+  if (in.refusal.status == kCannotUnderstand) return true;  // nothing follows the request
+  const PresentationContext* context = pdu.FindAcceptedContext(pdu.GetLastPresentationContextID());
+  const std::string syntax = context && !context->TransferSyntaxes.empty()
+                                 ? context->TransferSyntaxes[0].ToString()
+                                 : std::string("1.2.840.10008.1.2");
+  SenderCodec codec(pdu.GetCallingAETitle());
+  if (!in.refusal.status &&
+      !in.file.Open(IncomingFolder(settings), codec, in.sopClass, in.sopInstance, syntax))
+    in.refusal = Refusal(kOutOfResources, "Could not write the image file",
+                         std::strerror(in.file.GetError()));
+  Drain drain;
+  ByteBuffer::Sink& sink = in.refusal.status ? static_cast<ByteBuffer::Sink&>(drain) : in.file;
+  if (!pdu.ReadInto(sink, in.syntax)) return false;
+  in.bytes = in.file.GetDataSetBytes();
+  if (!in.refusal.status && (in.file.Failed() || !in.file.Flush()))
+    in.refusal = Refusal(kOutOfResources, "Could not write the image file",
+                         std::strerror(in.file.GetError()));
+  return true;
+}
+
+// The received file's data set without its large values, checked against the request.
+std::unique_ptr<DICOMDataObject> ReadBack(Incoming& in) {
+  DICOMCodec reader;
+  reader.SetHoldLimits(kHeldValue, kHeldInAll);
+  FileReadResult result = FileReadResult::kCannotOpen;
+  std::unique_ptr<DICOMDataObject> header(reader.LoadFile(in.file.GetPath().c_str(), &result));
+  if (!header || result != FileReadResult::kComplete) {
+    in.refusal = Refusal(kCannotUnderstand, "The data set cannot be read");
+    return nullptr;
   }
-  NameSender(pdu, dataSet);
-  VR* instance = dataSet->Find(0x0008, 0x0018);
-  const std::string name =
-      instance && instance->Data
-          ? std::string(static_cast<const char*>(instance->Data),
-                        strnlen(static_cast<const char*>(instance->Data), instance->Length))
-          : std::string();
+  const VR* sopClass = header->Find(0x0008, 0x0016);
+  const VR* sopInstance = header->Find(0x0008, 0x0018);
+  std::string classUID, instanceUID;
+  if (sopClass && !UIDValue(sopClass, &classUID))
+    in.refusal = Refusal(kDataSetDoesNotMatch, "Invalid SOP Class UID", "not a UID: " + classUID);
+  else if (sopInstance && !UIDValue(sopInstance, &instanceUID))
+    in.refusal =
+        Refusal(kDataSetDoesNotMatch, "Invalid SOP Instance UID", "not a UID: " + instanceUID);
+  else if (sopClass && classUID != in.sopClass)
+    in.refusal = Refusal(kDataSetDoesNotMatch, "SOP Class UID differs from the request's");
+  else if (sopInstance && instanceUID != in.sopInstance)
+    in.refusal = Refusal(kDataSetDoesNotMatch, "SOP Instance UID differs from the request's");
+  return header;
+}
+
+StoreResult Keep(Dispatcher& dispatcher, Incoming& in) {
+  const ServeSettings& settings = dispatcher.Settings();
+  std::unique_ptr<DICOMDataObject> header = ReadBack(in);
+  if (in.refusal.status) return in.refusal;
+  std::string error;
+  CDatabase* database = WorkerDatabase(settings, &error);
+  if (!database) return Refusal(kOutOfResources, "The image database cannot be reached", error);
   // Two peers sending the same instance at once take turns.
-  dispatcher.LockName(name);
-  StoreResult result = StoreObject(dataSet, ReceivedSyntax(pdu), settings.storeDir, *database,
-                                   SetAside::kImagesWithoutPixels);
-  dispatcher.UnlockName(name);
+  dispatcher.LockName(in.sopInstance);
+  StoreResult result = StoreWrittenFile(in.file, header.get(), in.syntax.ToString(),
+                                        settings.storeDir, *database, settings.sync);
+  dispatcher.UnlockName(in.sopInstance);
   // A connection that failed may be broken: the next object gets a fresh one.
   if (result.outcome == StoreOutcome::kFailed) workerDatabase.reset();
   return result;
 }
 
+void Count(Dispatcher& dispatcher, PDU_Service& pdu, const Incoming& in,
+           const StoreResult& result) {
+  ServeCounters& counters = dispatcher.Counters();
+  if (result.outcome == StoreOutcome::kStored) {
+    ++counters.stored;
+    counters.bytes += in.bytes;
+    return;
+  }
+  ++counters.failed;
+  std::fprintf(stderr, "kestrel serve: C-STORE of %s from %s failed (status %04X): %s%s%s\n",
+               Printable(in.sopInstance).c_str(), Printable(pdu.GetCallingAETitle()).c_str(),
+               result.status, result.comment.c_str(), result.detail.empty() ? "" : ": ",
+               Printable(result.detail).c_str());
+}
+
+bool AnswerStore(Dispatcher& dispatcher, PDU_Service& pdu, DICOMCommandObject* request) {
+  Incoming in;
+  if (!Receive(dispatcher.Settings(), pdu, request, in)) return false;  // the peer went away
+  StoreResult result = in.refusal.status ? in.refusal : Keep(dispatcher, in);
+  Count(dispatcher, pdu, in, result);
+  return CStoreRSP::Write(&pdu, request, result.status, result.comment) != 0;
+}
+
 }  // namespace
 
 void AddStoreHandler(Dispatcher& dispatcher) {
-  dispatcher.Add(
-      CStoreRQ::kCommandField, [&dispatcher](PDU_Service& pdu, DICOMCommandObject* request) {
-        DICOMDataObject dataSet;
-        if (!CStoreRQ::Read(request, &pdu, &dataSet)) return false;  // the peer went away
-        const uint64_t bytes = dataSet.Length;
-        StoreResult result = Store(dispatcher, pdu, &dataSet);
-        ServeCounters& counters = dispatcher.Counters();
-        if (result.outcome == StoreOutcome::kStored) {
-          ++counters.stored;
-          counters.bytes += bytes;
-        } else {
-          ++counters.failed;
-          std::fprintf(stderr, "kestrel serve: C-STORE from %s failed (status %04X): %s%s%s\n",
-                       pdu.GetCallingAETitle().c_str(), result.status, result.comment.c_str(),
-                       result.detail.empty() ? "" : ": ", result.detail.c_str());
-        }
-        return CStoreRSP::Write(&pdu, request, result.status, result.comment) != 0;
-      });
+  dispatcher.Add(CStoreRQ::kCommandField,
+                 [&dispatcher](PDU_Service& pdu, DICOMCommandObject* request) {
+                   return AnswerStore(dispatcher, pdu, request);
+                 });
 }

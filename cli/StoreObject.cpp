@@ -9,6 +9,7 @@
 #include "kestrel/CStandardStorage.h"
 #include "kestrel/CStorage.h"
 #include "kestrel/CUnknownStorage.h"
+#include "kestrel/DICOMFileWriter.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/DatabaseSetup.h"
 #include "kestrel/Status.h"
@@ -34,16 +35,6 @@ constexpr NamingUID kNamingUIDs[] = {
     {0x0008, 0x0018, "SOP Instance UID"},
 };
 
-// A UID value without its padding (a zero byte or blanks).
-std::string UIDText(DICOMDataObject* dataSet, uint16_t group, uint16_t element) {
-  VR* vr = dataSet->Find(group, element);
-  if (!vr || !vr->Data) return std::string();
-  const char* data = static_cast<const char*>(vr->Data);
-  std::string text(data, strnlen(data, vr->Length));
-  while (!text.empty() && text.back() == ' ') text.pop_back();
-  return text;
-}
-
 StoreResult Result(StoreOutcome outcome, uint16_t status, std::string comment,
                    std::string detail = std::string()) {
   StoreResult result;
@@ -58,16 +49,18 @@ StoreResult Result(StoreOutcome outcome, uint16_t status, std::string comment,
 // can point outside the store.
 bool CheckNaming(DICOMDataObject* dataSet, std::string uids[3], StoreResult* refusal) {
   for (int i = 0; i < 3; ++i) {
-    uids[i] = UIDText(dataSet, kNamingUIDs[i].group, kNamingUIDs[i].element);
+    const VR* vr = dataSet->Find(kNamingUIDs[i].group, kNamingUIDs[i].element);
+    const bool valid = UIDValue(vr, &uids[i]);
     if (uids[i].empty()) {
       *refusal = Result(StoreOutcome::kRefused, kDataSetDoesNotMatch,
                         std::string("No ") + kNamingUIDs[i].name);
       return false;
     }
-    if (!CStorage::IsSUIDValid(uids[i])) {
-      *refusal = Result(StoreOutcome::kRefused, kDataSetDoesNotMatch,
-                        std::string("Invalid ") + kNamingUIDs[i].name,
-                        std::string("not a UID: ") + uids[i]);
+    if (!valid) {
+      *refusal =
+          Result(StoreOutcome::kRefused, kDataSetDoesNotMatch,
+                 std::string("Invalid ") + kNamingUIDs[i].name,
+                 "not a UID: " + std::string(static_cast<const char*>(vr->Data), vr->Length));
       return false;
     }
   }
@@ -103,57 +96,112 @@ class PixelsSetAside {
   Array<DICOMDataObject*>* items_ = nullptr;
 };
 
-}  // namespace
-
-StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyntax,
-                        const std::string& root, CDatabase& database, SetAside setAside) {
+// Where an object goes and the storage object that indexes it: the decisions that do not
+// depend on how its file is written.
+struct Placement {
   std::string uids[3];
-  StoreResult refusal;
-  if (!CheckNaming(dataSet, uids, &refusal)) return refusal;
-  const std::string file = root + "/" + uids[0] + "/" + uids[1] + "/" + uids[2] + ".dcm";
+  std::string file;  // root/Study/Series/SOP.dcm
+  std::unique_ptr<CStorage> storage;
+  bool setAside = false;  // an image without pixels: root/RejSave/..., not indexed
+};
 
+bool Place(DICOMDataObject* dataSet, const std::string& root, SetAside setAside, Placement& place,
+           StoreResult* refusal) {
+  if (!CheckNaming(dataSet, place.uids, refusal)) return false;
+  const std::string tail = "/" + place.uids[0] + "/" + place.uids[1] + "/" + place.uids[2] + ".dcm";
   UID sopClass;
   sopClass.Set(dataSet->Find(0x0008, 0x0016));
-  std::unique_ptr<CStorage> storage(CStandardStorage::CreateStorage(sopClass));
-  const bool imageClass = storage != nullptr;
-  if (!storage) storage = std::make_unique<CUnknownStorage>();
-  storage->SetRoot(root);
-  const char* syntax = transferSyntax.c_str();
-
+  place.storage.reset(CStandardStorage::CreateStorage(sopClass));
+  const bool imageClass = place.storage != nullptr;
+  if (!place.storage) place.storage = std::make_unique<CUnknownStorage>();
+  place.storage->SetRoot(root);
   // An image of a class the library knows is nothing without its pixels: it is kept aside,
   // where the workstation's staff can look at it, and not indexed.
   const bool mustBeImage = imageClass || setAside == SetAside::kAllWithoutPixels;
-  if (mustBeImage && !dataSet->Find(0x7FE0, 0x0010)) {
-    if (!storage->RejectSave(dataSet, syntax))
-      return Result(StoreOutcome::kFailed, kOutOfResources, "Could not set the object aside",
-                    KESTREL::GetLastErrorText());
-    StoreResult result = Result(StoreOutcome::kSetAside, kDataSetDoesNotMatch,
-                                "No Pixel Data: not an image, set aside");
-    result.path = root + "/RejSave/" + uids[0] + "/" + uids[1] + "/" + uids[2] + ".dcm";
-    return result;
-  }
-  bool read;
-  {
-    PixelsSetAside pixels(dataSet);
-    read = storage->Set(dataSet);
-  }
-  if (!read) return Result(StoreOutcome::kFailed, kCannotUnderstand, "The data set cannot be read");
+  place.setAside = mustBeImage && !dataSet->Find(0x7FE0, 0x0010);
+  place.file = root + (place.setAside ? "/RejSave" : "") + tail;
+  return true;
+}
 
-  std::error_code error;
-  const bool existed = fs::exists(file, error);
-  std::string written;
-  if (!storage->Save(dataSet, written, syntax))
-    return Result(StoreOutcome::kFailed, kOutOfResources, "Could not write the image file",
-                  KESTREL::GetLastErrorText());
-  if (!storage->UpdateDatabase(&database, syntax)) {
-    // Without its rows the new file must not stay; one that was there before keeps its rows.
-    if (!existed) fs::remove(written, error);
+StoreResult SetAsideResult(const std::string& path) {
+  StoreResult result = Result(StoreOutcome::kSetAside, kDataSetDoesNotMatch,
+                              "No Pixel Data: not an image, set aside");
+  result.path = path;
+  return result;
+}
+
+// Indexes what was just written at `place.file`. Without its rows the new file must not
+// stay; one that was there before keeps the rows that name it.
+StoreResult Index(Placement& place, bool existed, const std::string& syntax, CDatabase& database) {
+  if (!place.storage->UpdateDatabase(&database, syntax.c_str())) {
+    std::error_code error;
+    if (!existed) fs::remove(place.file, error);
     return Result(StoreOutcome::kFailed, kOutOfResources, "Could not index the image",
                   KESTREL::GetLastErrorText());
   }
   StoreResult result = Result(StoreOutcome::kStored, kSuccess, "");
-  result.path = written;
+  result.path = place.file;
   return result;
+}
+
+}  // namespace
+
+bool UIDValue(const VR* vr, std::string* text) {
+  text->clear();
+  if (!vr || !vr->Data) return false;
+  std::string value(static_cast<const char*>(vr->Data), vr->Length);
+  if (!value.empty() && value.back() == '\0')
+    value.pop_back();
+  else
+    while (!value.empty() && value.back() == ' ') value.pop_back();
+  *text = value;
+  return CStorage::IsSUIDValid(value);
+}
+
+StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyntax,
+                        const std::string& root, CDatabase& database, SetAside setAside) {
+  Placement place;
+  StoreResult refusal;
+  if (!Place(dataSet, root, setAside, place, &refusal)) return refusal;
+  const char* syntax = transferSyntax.c_str();
+  if (place.setAside) {
+    if (!place.storage->RejectSave(dataSet, syntax))
+      return Result(StoreOutcome::kFailed, kOutOfResources, "Could not set the object aside",
+                    KESTREL::GetLastErrorText());
+    return SetAsideResult(place.file);
+  }
+  bool read;
+  {
+    PixelsSetAside pixels(dataSet);
+    read = place.storage->Set(dataSet);
+  }
+  if (!read) return Result(StoreOutcome::kFailed, kCannotUnderstand, "The data set cannot be read");
+  std::error_code error;
+  const bool existed = fs::exists(place.file, error);
+  std::string written;
+  if (!place.storage->Save(dataSet, written, syntax))
+    return Result(StoreOutcome::kFailed, kOutOfResources, "Could not write the image file",
+                  KESTREL::GetLastErrorText());
+  return Index(place, existed, transferSyntax, database);
+}
+
+StoreResult StoreWrittenFile(DICOMFileWriter& file, DICOMDataObject* header,
+                             const std::string& transferSyntax, const std::string& root,
+                             CDatabase& database, bool sync) {
+  Placement place;
+  StoreResult refusal;
+  if (!Place(header, root, SetAside::kImagesWithoutPixels, place, &refusal)) return refusal;
+  if (!place.setAside && !place.storage->Set(header))
+    return Result(StoreOutcome::kFailed, kCannotUnderstand, "The data set cannot be read");
+  std::error_code error;
+  const bool existed = fs::exists(place.file, error);
+  if (!file.Commit(place.file, sync))
+    return Result(
+        StoreOutcome::kFailed, kOutOfResources,
+        place.setAside ? "Could not set the object aside" : "Could not write the image file",
+        std::strerror(file.GetError()));
+  if (place.setAside) return SetAsideResult(place.file);
+  return Index(place, existed, transferSyntax, database);
 }
 
 std::string ImageIndexConnect(const std::string& connect) {

@@ -9,6 +9,8 @@
 
 class CDatabase;
 class DICOMDataObject;
+class DICOMFileWriter;
+struct VR;
 
 enum class StoreOutcome {
   kStored,    // the file and its four rows are there
@@ -36,6 +38,18 @@ enum class SetAside {
 // is replaced; when the rows then fail, the new file stays, as the rows from before name it.
 StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyntax,
                         const std::string& root, CDatabase& database, SetAside setAside);
+// The same for an object whose file was written as it arrived: `file` (complete, not yet
+// committed) is moved into the store, or set aside, and `header`, its data set as read back
+// from that file without its large values, is what is checked and indexed. With `sync` the
+// file is on the disk before this returns. The partial file is removed unless it was moved.
+StoreResult StoreWrittenFile(DICOMFileWriter& file, DICOMDataObject* header,
+                             const std::string& transferSyntax, const std::string& root,
+                             CDatabase& database, bool sync);
+
+// The text of a UID element (`vr` may be null): its value without one trailing zero byte or
+// its trailing blanks. False when that is not a UID (digits and full stops, PS3.5 9.1): an
+// embedded zero byte, a blank or a "/" is refused, never cut off.
+bool UIDValue(const VR* vr, std::string* text);
 
 // The Kestrel home's image database ("" when the home cannot be told): made, with its tables,
 // the first time; or `connect` when it is given. Opens it into `database`, making the image

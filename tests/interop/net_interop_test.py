@@ -122,7 +122,7 @@ def associate_rq(calling=b"HOSTILE", called=b"KESTREL", syntaxes=(VERIFICATION,)
             item(0x40, IMPLICIT_LE.encode())
         items += item(0x20, context)
     items += item(0x50, item(0x51, struct.pack(">I", 16384)) + item(0x52, b"1.2.3.4"))
-    body = struct.pack(">HH", 1, 0) + calling.ljust(16)[:16] + called.ljust(16)[:16] + \
+    body = struct.pack(">HH", 1, 0) + called.ljust(16)[:16] + calling.ljust(16)[:16] + \
         bytes(32) + items
     return struct.pack(">BBI", 1, 0, len(body)) + body
 
@@ -440,7 +440,8 @@ class HostilePeers(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.work = tempfile.TemporaryDirectory()
-        cls.server = Serve(os.path.join(cls.work.name, "store"), "--timeout", "2")
+        cls.server = Serve(os.path.join(cls.work.name, "store"), "--timeout", "2",
+                           "--idle-timeout", "2")
 
     @classmethod
     def tearDownClass(cls):

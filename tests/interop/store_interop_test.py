@@ -285,6 +285,8 @@ class StoreAndIndex(unittest.TestCase):
             self.assertGreater(len(stored), 0)
             self.assertEqual(len(re.findall(r"\(0000,0902\) LO \[Could not write the image file",
                                             result.stderr)), 12 - len(stored))
+            # Each failure is in the server's log with its reason.
+            self.assertEqual(server.stderr.count("No space left on device"), 12 - len(stored))
             self.assertFalse([f for f in stored if not f.endswith(".dcm")])
             self.assertEqual(len(index.rows("Image")), len(stored))
             for name in stored:
