@@ -4,6 +4,7 @@
 // moved into the store and indexed in the image database. The response says Success only when
 // the file (flushed to the disk, unless --no-sync) and its four rows are there, and otherwise
 // carries a failure status with an Error Comment (0000,0902) saying why.
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -58,10 +59,25 @@ class SenderCodec : public DICOMCodec {
   std::string sender_;
 };
 
-// Takes the bytes of a data set that is not kept.
-class Drain : public ByteBuffer::Sink {
+// Hands a data set's bytes to its file (or drops them when it is not kept), noting its first
+// group: a data set holding file meta information (group 0002) would give a file two.
+class DataSetSink : public ByteBuffer::Sink {
  public:
-  bool Write(const void*, size_t) override { return true; }
+  explicit DataSetSink(ByteBuffer::Sink* file) : file_(file) {}
+  bool Write(const void* data, size_t length) override {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    for (size_t i = 0; seen_ < 2 && i < length; ++i) first_[seen_++] = bytes[i];
+    return !file_ || file_->Write(data, length);
+  }
+  bool StartsWithMeta(const UID& syntax) const {
+    const bool big = syntax == UID("1.2.840.10008.1.2.2");
+    return seen_ == 2 && first_[big ? 1 : 0] == 2 && first_[big ? 0 : 1] == 0;
+  }
+
+ private:
+  ByteBuffer::Sink* file_;
+  uint8_t first_[2] = {0, 0};
+  size_t seen_ = 0;
 };
 
 // Each worker thread serves one association and keeps its own connection to the image
@@ -120,13 +136,15 @@ bool Receive(const ServeSettings& settings, PDU_Service& pdu, DICOMCommandObject
       !in.file.Open(IncomingFolder(settings), codec, in.sopClass, in.sopInstance, syntax))
     in.refusal = Refusal(kOutOfResources, "Could not write the image file",
                          std::strerror(in.file.GetError()));
-  Drain drain;
-  ByteBuffer::Sink& sink = in.refusal.status ? static_cast<ByteBuffer::Sink&>(drain) : in.file;
+  DataSetSink sink(in.refusal.status ? nullptr : &in.file);
   if (!pdu.ReadInto(sink, in.syntax)) return false;
   in.bytes = in.file.GetDataSetBytes();
-  if (!in.refusal.status && (in.file.Failed() || !in.file.Flush()))
+  if (in.refusal.status) return true;
+  if (in.file.Failed() || !in.file.Flush())
     in.refusal = Refusal(kOutOfResources, "Could not write the image file",
                          std::strerror(in.file.GetError()));
+  else if (sink.StartsWithMeta(in.syntax))
+    in.refusal = Refusal(kCannotUnderstand, "The data set holds file meta information");
   return true;
 }
 

@@ -98,12 +98,12 @@ class Peer:
             self.sock.sendall(pdv(data[at:at + CHUNK], (1 if command_set else 0) |
                                   (2 if end and last else 0)))
 
-    def stream(self, byte_count, last=True):
-        """`byte_count` zero bytes of data set, without holding them."""
-        block, blocks = pdv(bytes(CHUNK), 0), (byte_count - 1) // CHUNK
+    def stream(self, byte_count, last=True, command_set=False):
+        """`byte_count` zero bytes of a message, without holding them."""
+        block, blocks = pdv(bytes(CHUNK), int(command_set)), (byte_count - 1) // CHUNK
         for _ in range(blocks):
             self.sock.sendall(block)
-        self.send(bytes(byte_count - blocks * CHUNK), last)
+        self.send(bytes(byte_count - blocks * CHUNK), last, command_set)
 
     def store(self, data_set, sop_class=CT_IMAGE, instance="1.2.3.4.5"):
         self.send(store_rq(sop_class, instance), command_set=True)
@@ -197,12 +197,21 @@ class Robustness(unittest.TestCase):
             peer.sock.sendall(struct.pack(">BBIBBBB", 7, 0, 4, 0, 0, 0, 0))  # A-ABORT
             peer.close()
 
-        threads = [threading.Thread(target=whole), threading.Thread(target=unfinished)]
+        def huge_command():  # a command is held whole: past its limit, the association ends
+            peer = Peer(server.port)
+            try:
+                peer.stream(size // 2, command_set=True)
+            except OSError:
+                results["command cut"] = True
+            peer.close()
+
+        threads = [threading.Thread(target=f) for f in (whole, unfinished, huge_command)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join(180)
         self.assertEqual(results.get("whole"), 0)
+        self.assertTrue(results.get("command cut"))
         self.assertLess(peak_memory_mb(server.process.pid), 96)
         self.assertTrue(wait_for(lambda: os.listdir(self.incoming) == []))
         stored = os.path.join(self.store, "1.2.3", "1.2.3.4", "1.2.3.4.5.dcm")
@@ -260,11 +269,15 @@ class Robustness(unittest.TestCase):
              "Invalid SOP Instance UID"),
             (CT_IMAGE, b"1.2.3.5", "1.2.3.4", 0xA900, "SOP Instance UID differs from the request's"),
             (MR_IMAGE, b"1.2.3.4", "1.2.3.4", 0xA900, "SOP Class UID differs from the request's"),
+            (CT_IMAGE, b"1.2.3.4", "1.2.3.4", 0xC000, None),
         ]
         for sop_class, instance, asked, status, comment in cases:
             with self.subTest(instance=instance, sop_class=sop_class):
                 peer = Peer(server.port, syntaxes=(CT_IMAGE,))
                 data_set = image_head(sop_class, instance, 4) + bytes(4)
+                if comment is None:  # file meta information in the data set
+                    data_set = elements([((2, 0x10), uid("1.2.840.10008.1.2"))]) + data_set
+                    comment = "The data set holds file meta information"
                 self.assertEqual(peer.store(data_set, instance=asked), (status, comment))
                 peer.close()
         for calling, called, reason in ((b"EVIL\nAE", b"KESTREL", 3),
