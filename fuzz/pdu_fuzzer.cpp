@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "fuzz/FuzzDictionary.h"
 #include "kestrel/PDU_Service.h"
@@ -61,13 +62,44 @@ class FedService : public PDU_Service {
 // At most this many messages per input, so that every run stays short.
 constexpr int kMaxMessages = 64;
 
+// Takes a data set's bytes as a file being written would, keeping at most 64 KiB of them.
+class Collect : public ByteBuffer::Sink {
+ public:
+  bool Write(const void* data, size_t length) override {
+    if (bytes.size() + length > 65536) return false;
+    bytes.insert(bytes.end(), static_cast<const uint8_t*>(data),
+                 static_cast<const uint8_t*>(data) + length);
+    return true;
+  }
+  std::vector<uint8_t> bytes;
+};
+
+// A C-STORE data set as kestrel serve takes it: streamed to a sink as it arrives, then
+// decoded with hold limits.
+bool StreamDataSet(PDU_Service& pdu) {
+  Collect sink;
+  UID syntax;
+  if (!pdu.ReadInto(sink, syntax)) return false;
+  DICOMCodec reader;
+  reader.SetHoldLimits(256, 4096);
+  ByteBuffer buffer;
+  buffer.WriteBytes(sink.bytes.data(), sink.bytes.size());
+  DICOMDataObject dataSet;
+  const int mode = DICOMCodec::TransferSyntaxMode(syntax.GetBuffer());
+  (void)reader.Decode(buffer, &dataSet, mode ? mode : 100);
+  return true;
+}
+
 void ServeMessages(PDU_Service& pdu) {
+  pdu.SetMessageLimit(16384);
   for (int i = 0; i < kMaxMessages; ++i) {
     DICOMCommandObject command;
     if (!pdu.Read(&command)) return;
     uint16_t field = command.GetUInt16(0x0000, 0x0100);
     if (field == CEchoRQ::kCommandField) {
       Verification().Read(&pdu, &command);
+    } else if (field == CStoreRQ::kCommandField && i % 2) {
+      if (!StreamDataSet(pdu)) return;
     } else if (field == CStoreRQ::kCommandField) {
       DICOMDataObject dataSet;
       UnknownStorage().Read(&pdu, &command, &dataSet);
