@@ -2,12 +2,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <set>
 #include <thread>
 #include <vector>
 
+#include "ServeConnections.h"
 #include "ServeDispatcher.h"
 #include "kestrel/Socket.h"
 
@@ -16,32 +14,25 @@ constexpr int kAcceptPollMs = 100;
 }
 
 struct MoveReceiver::State {
-  explicit State(const ServeSettings& settings) : dispatcher(settings, counters) {}
+  explicit State(const ServeSettings& settings)
+      : dispatcher(settings, counters), connections(Connections::Limits{}) {}
 
   void AcceptLoop() {
     while (!stopping) {
       int handle = listener.AcceptHandle(kAcceptPollMs);
       if (handle < 0) continue;
-      std::lock_guard<std::mutex> lock(mutex);
-      handles.insert(handle);
-      workers.emplace_back([this, handle] {
-        dispatcher.Serve(handle);
-        std::lock_guard<std::mutex> done(mutex);
-        handles.erase(handle);
-        changed.notify_all();
-      });
+      const uint64_t id = connections.Admit(handle);
+      workers.emplace_back([this, handle, id] { dispatcher.Serve(handle, connections, id); });
     }
   }
 
   ServeCounters counters;
   Dispatcher dispatcher;
+  Connections connections;
   Socket listener;
   std::atomic<bool> stopping{false};
   std::thread acceptor;
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::set<int> handles;
-  std::vector<std::thread> workers;
+  std::vector<std::thread> workers;  // only the acceptor adds, and it has ended before a join
 };
 
 MoveReceiver::MoveReceiver() = default;
@@ -67,11 +58,10 @@ void MoveReceiver::Stop(int graceSeconds) {
   state_->stopping = true;
   if (state_->acceptor.joinable()) state_->acceptor.join();
   state_->listener.Close();
-  {
-    std::unique_lock<std::mutex> lock(state_->mutex);
-    if (!state_->changed.wait_for(lock, std::chrono::seconds(graceSeconds),
-                                  [&] { return state_->handles.empty(); }))
-      for (int handle : state_->handles) Socket::Shutdown(handle);
+  // The peer releases once its sub-operations are done; one that does not is cut.
+  if (!state_->connections.WaitForNone(std::chrono::seconds(graceSeconds))) {
+    state_->connections.Stop();
+    state_->connections.CutReading();
   }
   for (std::thread& worker : state_->workers)
     if (worker.joinable()) worker.join();
