@@ -40,6 +40,10 @@ MoveReceiver::MoveReceiver() = default;
 MoveReceiver::~MoveReceiver() { Stop(); }
 
 bool MoveReceiver::Start(int port, const ServeSettings& settings, std::string* error) {
+  if (!PrepareIncoming(settings.storeDir, nullptr)) {
+    *error = "cannot create the store directory " + settings.storeDir;
+    return false;
+  }
   state_ = std::make_unique<State>(settings);
   AddEchoHandler(state_->dispatcher);
   AddStoreHandler(state_->dispatcher);

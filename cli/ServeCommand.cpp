@@ -10,7 +10,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -25,10 +24,8 @@
 #include "ServeWorklist.h"
 #include "StoreObject.h"
 #include "kestrel/CDatabase.h"
-#include "kestrel/DICOMFileWriter.h"
 #include "kestrel/Socket.h"
 
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -80,17 +77,14 @@ std::string DefaultStoreDir() {
 
 // The store and its incoming folder, without what a server that died left half written.
 bool PrepareStore(const ServeOptions& options) {
-  const std::string incoming = options.storeDir + "/.incoming";
-  std::error_code error;
-  fs::create_directories(incoming, error);
-  if (!fs::is_directory(incoming)) {
+  int removed = 0;
+  if (!PrepareIncoming(options.storeDir, &removed)) {
     std::cerr << "kestrel serve: cannot create the store directory " << options.storeDir << '\n';
     return false;
   }
-  const int removed = DICOMFileWriter::RemoveStale(incoming);
   if (removed && !options.quiet)
-    std::fprintf(stderr, "kestrel serve: removed %d partial file%s left in %s\n", removed,
-                 removed == 1 ? "" : "s", incoming.c_str());
+    std::fprintf(stderr, "kestrel serve: removed %d partial file%s left in %s/.incoming\n",
+                 removed, removed == 1 ? "" : "s", options.storeDir.c_str());
   return true;
 }
 

@@ -92,3 +92,6 @@ std::string Printable(const std::string& text);
 // The handlers of this version of the server. The C-STORE one is in ServeStore.cpp.
 void AddEchoHandler(Dispatcher& dispatcher);
 void AddStoreHandler(Dispatcher& dispatcher);
+// Makes the store's folder for data sets being received (before the store handler runs),
+// removing the partial files a server that died left there; `removed` tells how many.
+[[nodiscard]] bool PrepareIncoming(const std::string& storeDir, int* removed);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -35,8 +36,9 @@ constexpr uint32_t kHeldValue = 64 * 1024;
 constexpr uint64_t kHeldInAll = 16 << 20;
 
 // The folder of the store where files are written while their data sets arrive.
+std::string IncomingFolder(const std::string& storeDir) { return storeDir + "/.incoming"; }
 std::string IncomingFolder(const ServeSettings& settings) {
-  return settings.storeDir + "/.incoming";
+  return IncomingFolder(settings.storeDir);
 }
 
 StoreResult Refusal(uint16_t status, std::string comment, std::string detail = std::string()) {
@@ -220,4 +222,14 @@ void AddStoreHandler(Dispatcher& dispatcher) {
                  [&dispatcher](PDU_Service& pdu, DICOMCommandObject* request) {
                    return AnswerStore(dispatcher, pdu, request);
                  });
+}
+
+bool PrepareIncoming(const std::string& storeDir, int* removed) {
+  const std::string incoming = IncomingFolder(storeDir);
+  std::error_code error;
+  std::filesystem::create_directories(incoming, error);
+  if (!std::filesystem::is_directory(incoming)) return false;
+  const int stale = DICOMFileWriter::RemoveStale(incoming);
+  if (removed) *removed = stale;
+  return true;
 }
