@@ -10,7 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libinih-dev
   unixodbc-dev libsqliteodbc odbc-postgresql postgresql
-  dcmtk python3-pydicom python3-numpy time
+  dcmtk orthanc python3-pydicom python3-numpy time
 )
 missing=()
 for p in "${packages[@]}"; do
