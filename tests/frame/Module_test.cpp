@@ -63,47 +63,23 @@ constexpr char kInit[] =
 constexpr char kRegister[] = "TK_Register_Application KESTREL";
 constexpr char kRelease[] = "TK_Library_Release";
 
+// The toolkit's answers to its two start-up calls; `failed` names the call whose answer is a
+// failure (null when both succeed): it is reported word for word and nothing follows it.
 struct ToolkitCase {
   const char* initResult;
   const char* registerResult;
-  std::vector<std::string> attachTrace;  // calls made by AttachProcess, in order
-  const char* notice;                    // null when none is expected
-  bool blockAtAttach;
+  const char* failed;
 };
 
 TEST_F(ModuleTest, DrivesTheToolkitInOrderAndReportsFailuresWordForWord) {
+  const char* const kInitCall = "TK_Library_Initialization";
+  const char* const kRegisterCall = "TK_Register_Application";
   const ToolkitCase cases[] = {
-      {"1", "1", {kInit, kRegister}, nullptr, true},
-      {"4095", "4000", {kInit, kRegister}, nullptr, true},
-      {"4095", "1", {kInit, kRegister}, nullptr, true},
-      {"1", "4000", {kInit, kRegister}, nullptr, true},
-      {"0",
-       "1",
-       {kInit, "TK_Error_Message 0"},
-       "KESTREL - TK_Library_Initialization failed: (0) fake toolkit error 0.",
-       false},
-      // 4000 is a success code of registration only.
-      {"4000",
-       "1",
-       {kInit, "TK_Error_Message 4000"},
-       "KESTREL - TK_Library_Initialization failed: (4000) fake toolkit error 4000.",
-       false},
-      {"-12",
-       "1",
-       {kInit, "TK_Error_Message -12"},
-       "KESTREL - TK_Library_Initialization failed: (-12) fake toolkit error -12.",
-       false},
-      // 4095 is a success code of initialisation only.
-      {"1",
-       "4095",
-       {kInit, kRegister, "TK_Error_Message 4095"},
-       "KESTREL - TK_Register_Application failed: (4095) fake toolkit error 4095.",
-       false},
-      {"4095",
-       "0",
-       {kInit, kRegister, "TK_Error_Message 0"},
-       "KESTREL - TK_Register_Application failed: (0) fake toolkit error 0.",
-       false},
+      {"1", "1", nullptr},          {"4095", "4000", nullptr}, {"4095", "1", nullptr},
+      {"1", "4000", nullptr},       {"0", "1", kInitCall},     {"-12", "1", kInitCall},
+      {"4000", "1", kInitCall},      // 4000 is a success code of registration only
+      {"1", "4095", kRegisterCall},  // 4095 is a success code of initialisation only
+      {"4095", "0", kRegisterCall},
   };
   for (const ToolkitCase& c : cases) {
     SCOPED_TRACE(std::string("init ") + c.initResult + ", register " + c.registerResult);
@@ -112,24 +88,28 @@ TEST_F(ModuleTest, DrivesTheToolkitInOrderAndReportsFailuresWordForWord) {
     ScopedEnv init("FAKE_TKADV_INIT", c.initResult);
     ScopedEnv registration("FAKE_TKADV_REGISTER", c.registerResult);
 
+    std::vector<std::string> trace = {kInit};
+    if (c.failed != kInitCall) trace.push_back(kRegister);
+    const std::string code = c.failed == kInitCall ? c.initResult : c.registerResult;
+    if (c.failed) trace.push_back("TK_Error_Message " + code);
+
     KESTREL::AttachProcess();
     EXPECT_TRUE(KESTREL::ToolkitLoaded());
-    EXPECT_EQ(Trace(), c.attachTrace);
-    if (c.notice) {
-      EXPECT_EQ(Notices(), std::vector<std::string>{c.notice});
+    EXPECT_EQ(Trace(), trace);
+    if (c.failed) {
+      EXPECT_EQ(Notices(),
+                std::vector<std::string>{std::string("KESTREL - ") + c.failed + " failed: (" +
+                                         code + ") fake toolkit error " + code + "."});
     } else {
       EXPECT_TRUE(Notices().empty());
-    }
-    EXPECT_EQ(KESTREL::HasThreadScratchBlock(), c.blockAtAttach);
-    if (!c.notice) {
       EXPECT_EQ(KESTREL::ToolkitApplicationId(), 42);
     }
+    EXPECT_EQ(KESTREL::HasThreadScratchBlock(), !c.failed);
 
     // The toolkit is released at detach whatever its start-up said.
     KESTREL::DetachProcess();
-    std::vector<std::string> all = c.attachTrace;
-    all.push_back(kRelease);
-    EXPECT_EQ(Trace(), all);
+    trace.push_back(kRelease);
+    EXPECT_EQ(Trace(), trace);
     EXPECT_FALSE(KESTREL::ToolkitLoaded());
     EXPECT_FALSE(KESTREL::HasThreadScratchBlock());
   }
