@@ -1,14 +1,12 @@
 // `kestrel printer` and `kestrel print` against a printer of our own that answers chosen
 // statuses: what they print and the exit codes.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "tests/TestPaths.h"
+#include "tests/frame/ToolRun.h"
 #include "tests/print/PrintTestSupport.h"
 
 using namespace print_test;
@@ -18,27 +16,14 @@ namespace {
 const std::string kCT = "/usr/lib/python3/dist-packages/pydicom/data/test_files/CT_small.dcm";
 constexpr char kFilmBox[] = "1.2.840.10008.5.1.1.2";
 
-struct ToolRun {
-  int exitCode = -1;
-  std::string out;  // standard output and standard error together
-};
+using kestrel_test::ToolRun;
 
-ToolRun Kestrel(const std::string& args) {
-  ToolRun run;
-  FILE* pipe = popen((TestBuildDir() + "/bin/kestrel " + args + " 2>&1").c_str(), "r");
-  if (!pipe) return run;
-  char buffer[4096];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.out.append(buffer, n);
-  int status = pclose(pipe);
-  if (WIFEXITED(status)) run.exitCode = WEXITSTATUS(status);
-  return run;
-}
+ToolRun Kestrel(const std::string& args) { return kestrel_test::RunTool(args, "2>&1"); }
 
 class PrintCommand : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!std::ifstream(TestBuildDir() + "/bin/kestrel").good()) GTEST_SKIP() << "no tool";
+    if (!kestrel_test::ToolBuilt()) GTEST_SKIP() << "no tool";
     if (!std::ifstream(kCT).good()) GTEST_SKIP() << "no pydicom samples";
   }
 };
