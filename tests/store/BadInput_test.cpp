@@ -67,10 +67,4 @@ TEST_P(BadInputTest, AWrongPassword) {
   ExpectOpenFails(set, "password authentication failed");
 }
 
-TEST_P(BadInputTest, AMissingTable) {
-  database.ExecuteSQL("DROP TABLE [Image]");
-  CImageSet set(&database);
-  ExpectOpenFails(set, IsSQLite() ? "no such table" : "does not exist");
-}
-
 }  // namespace

@@ -1,13 +1,10 @@
 // Runs the built `kestrel db` command against a home of its own, and against PostgreSQL.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
-#include <fstream>
 #include <memory>
 #include <string>
 
-#include "tests/TestPaths.h"
+#include "tests/frame/ToolRun.h"
 #include "tests/store/StoreTestSupport.h"
 
 namespace {
@@ -21,33 +18,18 @@ struct ToolResult {
   std::string err;
 };
 
-std::string ToolPath() { return TestBuildDir() + "/bin/kestrel"; }
-
-// `args` is handed to the shell as written; callers quote with single quotes.
-ToolResult RunTool(const std::string& args, const TempDir& dir) {
-  ToolResult run{-1, "", ""};
-  const std::string errFile = dir.File("stderr.txt");
-  FILE* pipe = popen((ToolPath() + " " + args + " 2>" + errFile).c_str(), "r");
-  if (pipe == nullptr) return run;
-  char buffer[4096];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.out.append(buffer, n);
-  const int status = pclose(pipe);
-  if (WIFEXITED(status)) run.exitCode = WEXITSTATUS(status);
-  run.err = kestrel_test::ReadWholeFile(errFile);
-  return run;
-}
-
 // A Kestrel home and an odbc.ini of the test's own.
 class ToolTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!std::ifstream(ToolPath()).good())
-      GTEST_SKIP() << "kestrel tool not built at " << ToolPath();
+    if (!kestrel_test::ToolBuilt()) GTEST_SKIP() << "no tool at " << kestrel_test::ToolPath();
     home_ = std::make_unique<ScopedEnv>("KESTREL_HOME", dir_.File("home").c_str());
     ini_ = std::make_unique<ScopedEnv>("ODBCINI", dir_.File("odbc.ini").c_str());
   }
-  ToolResult Run(const std::string& args) { return RunTool(args, dir_); }
+  ToolResult Run(const std::string& args) {
+    kestrel_test::ToolRun run = kestrel_test::RunTool(args, "2>" + dir_.File("stderr.txt"));
+    return {run.exitCode, run.out, kestrel_test::ReadWholeFile(dir_.File("stderr.txt"))};
+  }
 
   TempDir dir_;
   std::unique_ptr<ScopedEnv> home_;
