@@ -3,41 +3,20 @@
 // Sample files made on the fly: a pydicom sample with some elements replaced or removed,
 // written into a directory of the test's own.
 
-#include <unistd.h>
-
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
+#include "tests/frame/FrameTestSupport.h"
 #include "tests/typed/TypedTestSupport.h"
 #include "typed/ElementCopy.h"
 
 namespace storage_test {
 
-namespace fs = std::filesystem;
-
-// A directory removed when the object goes.
-class TempDir {
- public:
-  TempDir() {
-    path_ = fs::temp_directory_path() /
-            ("kestrel_storage_" + std::to_string(::getpid()) + "_" + std::to_string(next_++));
-    fs::create_directories(path_);
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  std::string File(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  static inline int next_ = 0;
-  fs::path path_;
-};
+using kestrel_test::TempDir;
 
 // A change to make to a sample: set an element to a text value, or remove it (value null).
 struct Edit {
