@@ -9,6 +9,7 @@
 #include "kestrel/ByteBuffer.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
+#include "tests/core/CoreTestSupport.h"
 
 // Under AddressSanitizer the sanitizer's allocator hooks record the largest single allocation
 // made while tracking is on, to show that damaged lengths never make the decoder allocate more
@@ -29,32 +30,13 @@ static const int g_hooked = __sanitizer_install_malloc_and_free_hooks(
 namespace {
 
 using namespace std::string_view_literals;
-using Bytes = std::vector<uint8_t>;
-
-Bytes B(std::string_view s) { return Bytes(s.begin(), s.end()); }
-Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
+using namespace core_test;
 
 std::string Hex(const Bytes& bytes) {
   std::string out;
   char text[4];
   for (uint8_t b : bytes) out += (std::snprintf(text, sizeof text, "%02x ", b), text);
   return out;
-}
-
-VR* Element(uint16_t group, uint16_t element, const char* vr, const std::string& value) {
-  char* data = value.empty() ? nullptr : new char[value.size()];
-  if (data) std::memcpy(data, value.data(), value.size());
-  auto* result = new VR(group, element, uint32_t(value.size()), static_cast<void*>(data));
-  result->TypeCode = vr ? MakeTypeCode(vr[0], vr[1]) : 0;
-  return result;
-}
-
-std::string Value(const VR* element) {
-  if (!element || !element->Data) return std::string();
-  return std::string(static_cast<const char*>(element->Data), element->Length);
 }
 
 Bytes Encode(DICOMObject& object, int mode, bool* ok = nullptr) {

@@ -8,18 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/core/CoreTestSupport.h"
+
 namespace {
 
-constexpr uint16_t Code(const char* vr) { return MakeTypeCode(vr[0], vr[1]); }
+using core_test::Element;
 
-// A new element adopting a copy of `value`, its length exactly the value's (odd stays odd).
-VR* Element(uint16_t group, uint16_t element, const char* vr, const std::string& value) {
-  char* data = value.empty() ? nullptr : new char[value.size()];
-  if (data) std::memcpy(data, value.data(), value.size());
-  auto* result = new VR(group, element, uint32_t(value.size()), static_cast<void*>(data));
-  result->TypeCode = vr ? Code(vr) : 0;
-  return result;
-}
+constexpr uint16_t Code(const char* vr) { return MakeTypeCode(vr[0], vr[1]); }
 
 uint32_t ValueU32(const VR* element) {
   uint32_t value = 0;

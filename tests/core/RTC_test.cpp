@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/TestPaths.h"
+#include "tests/core/CoreTestSupport.h"
 
 namespace {
 
@@ -20,28 +21,7 @@ namespace fs = std::filesystem;
 
 constexpr uint16_t Code(const char* vr) { return static_cast<uint16_t>((vr[0] << 8) | vr[1]); }
 
-class RTCTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "kestrel_rtc_XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string Write(const std::string& name, const std::string& contents) {
-    std::string path = (dir_ / name).string();
-    std::ofstream(path, std::ios::binary) << contents;
-    return path;
-  }
-  std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-  std::string Path(const std::string& name) { return (dir_ / name).string(); }
-
-  fs::path dir_;
-};
+using RTCTest = core_test::TempDirTest;
 
 struct Expected {
   uint16_t group, element;
