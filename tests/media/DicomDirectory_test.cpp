@@ -311,10 +311,8 @@ TEST_F(DicomDirectoryTest, DamagedDirectoriesGiveErrorsNeverLoops) {
           << c.what;
     }
   }
-  Rewrite(original);
+  // The inactive record, checked on its result.
   CDicomDirectory again;
-  ASSERT_EQ(again.Open(path_), 1);
-  // The inactive record and the hostile File ID, checked on their results.
   std::vector<uint8_t> bytes = original;
   bytes[inUse(image)] = bytes[inUse(image) + 1] = 0;
   Rewrite(bytes);
