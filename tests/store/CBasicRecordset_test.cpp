@@ -30,14 +30,17 @@ bool StartsWith(const std::string& text, const char* prefix) {
   return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
 }
 
-// Fails the statements that begin with `verb` while `failures` is above zero, counting them.
+// Fails the statements that begin with `verb` while `failures` is above zero, counting them;
+// `selects` counts the SELECT statements as well.
 struct InjectedFailures {
   std::string verb;
   int failures;
   int seen = 0;
+  int selects = 0;
   std::string message = "injected: database is busy";
   void Install() {
     kestrel_store::SetStatementHook([this](const std::string& sql) {
+      selects += sql.compare(0, 6, "SELECT") == 0;
       if (sql.compare(0, verb.size(), verb) != 0) return;
       ++seen;
       if (failures > 0) {
@@ -230,16 +233,10 @@ TEST_P(CBasicRecordsetTest, DeleteRetriesOnTheSameRowReadingTheSetAgain) {
   ASSERT_TRUE(set.Open());
   set.MoveNext();  // P2: a requery that lost the place would delete P1
   InjectedFailures del{"DELETE", 2};
-  InjectedFailures select{"SELECT", 0};
-  kestrel_store::SetStatementHook([&](const std::string& sql) {
-    if (sql.compare(0, 6, "SELECT") == 0) ++select.seen;
-    if (sql.compare(0, 6, "DELETE") == 0 && del.failures-- > 0) {
-      throw CDBException("40001", "injected");
-    }
-  });
+  del.Install();
   set.Delete();
   kestrel_store::SetStatementHook(nullptr);
-  EXPECT_EQ(select.seen, 2);  // read again after each failure
+  EXPECT_EQ(del.selects, 2);  // read again after each failure
   EXPECT_TRUE(set.IsDeleted());
   EXPECT_EQ(NameOf("P1"), "Name^P1");
   EXPECT_EQ(NameOf("P2"), "<missing>");
@@ -250,16 +247,12 @@ TEST_P(CBasicRecordsetTest, DeleteOpenedForDirectExecutionDoesNotReadAgain) {
   CPatientSet set(&database);
   set.Sort = "[PatientID]";
   ASSERT_TRUE(set.Open(CRecordset::dynaset, nullptr, CRecordset::executeDirect));
-  int selects = 0;
-  int deletes = 0;
-  kestrel_store::SetStatementHook([&](const std::string& sql) {
-    if (sql.compare(0, 6, "SELECT") == 0) ++selects;
-    if (sql.compare(0, 6, "DELETE") == 0 && ++deletes <= 2) throw CDBException("40001", "x");
-  });
+  InjectedFailures del{"DELETE", 2};
+  del.Install();
   set.Delete();
   kestrel_store::SetStatementHook(nullptr);
-  EXPECT_EQ(deletes, 3);
-  EXPECT_EQ(selects, 0);
+  EXPECT_EQ(del.seen, 3);
+  EXPECT_EQ(del.selects, 0);
   EXPECT_EQ(NameOf("P1"), "<missing>");
 }
 
