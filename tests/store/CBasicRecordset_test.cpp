@@ -26,10 +26,6 @@ constexpr char kMovePrefix[] = "KESTREL.dll : CBasicRecordSet::Move():  ";
 constexpr char kAddNewPrefix[] = "KESTREL.dll : CBasicRecordSet::AddNew():  ";
 constexpr char kEditPrefix[] = "KESTREL.dll : CBasicRecordSet::Edit():  ";
 
-bool StartsWith(const std::string& text, const char* prefix) {
-  return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
-}
-
 // Fails the statements that begin with `verb` while `failures` is above zero, counting them;
 // `selects` counts the SELECT statements as well.
 struct InjectedFailures {
@@ -153,7 +149,7 @@ TEST_P(CBasicRecordsetTest, FailuresBecomeTextsAndNothingIsThrown) {
     KESTREL::SetLastErrorText("");
     EXPECT_NO_THROW(c.action(&database));
     const std::string text = KESTREL::GetLastErrorText();
-    EXPECT_TRUE(StartsWith(text, c.prefix)) << text;
+    EXPECT_EQ(text.rfind(c.prefix, 0), 0u) << text;
     std::string lower = text;
     for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
     EXPECT_NE(lower.find(c.text), std::string::npos) << text;
