@@ -189,7 +189,6 @@ TEST_P(CRecordsetTest, ValuesOfEveryTypeComeBackAsWritten) {
     EXPECT_EQ(reader.Count, c.count) << c.name;
     EXPECT_EQ(reader.Ratio, c.ratio) << c.name;
     EXPECT_EQ(reader.Taken, c.taken) << c.name;
-    EXPECT_EQ(reader.Taken.status, DBDateTime::valid) << c.name;
     EXPECT_TRUE(reader.IsFieldNull(&reader.Other)) << c.name;  // never given a value
     reader.MoveNext();
     EXPECT_TRUE(reader.IsEOF()) << c.name;
