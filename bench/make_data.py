@@ -1,25 +1,20 @@
-#!/ usr / bin / python3
-""
-        "Test data for bench/convert_vs_dcmconv.sh, and the check of the converted files.
+#!/usr/bin/python3
+"""Test data for the benchmarks in bench/, and the check of the converted files.
 
-        make_data.py generate WORKDIR[--scale S][--sets ct, small, large] WORKDIR /
-        in / ct / a CT series : 300 axial 512x512 16 -
-    bit slices WORKDIR / in / small / 5,
-    000 small CT images of 64x64 pixels WORKDIR / in / large /
-            one Enhanced CT file of 800 frames of 512x512 16 -
-        bit(about 400 MB) WORKDIR / in / studies / 10,
-    000 studies of one 16x16 CT image(query figures; not made unless named in-- sets) All in
-    explicit VR little endian,
-    with preamble and file meta.--scale multiplies the three counts(0.05 makes a quick run);
---sets makes only some of
-        them.
+  make_data.py generate WORKDIR [--scale S] [--sets ct,small,large,studies]
+      WORKDIR/in/ct/       a CT series: 300 axial 512x512 16-bit slices
+      WORKDIR/in/small/    5,000 small CT images of 64x64 pixels
+      WORKDIR/in/large/    one Enhanced CT file of 800 frames of 512x512 16-bit (about 400 MB)
+      WORKDIR/in/studies/  10,000 studies of one 16x16 CT image (query figures; not made unless
+                           named in --sets)
+    All in explicit VR little endian, with preamble and file meta. --scale multiplies the
+    counts (0.05 makes a quick run); --sets makes only some of them.
 
-    make_data.py check IN OUT[OUT...] Each OUT must be in implicit VR little endian and hold the
-        same elements with the same values as IN(file meta and group lengths aside) and
-    the same pixel bytes.
+  make_data.py check IN OUT [OUT...]
+      Each OUT must be in implicit VR little endian and hold the same elements with the same
+      values as IN (file meta and group lengths aside) and the same pixel bytes.
 
-    Needs pydicom and numpy(Debian
-                            : python3 - pydicom, python3 - numpy); run with /usr/bin/python3.
+Needs pydicom and numpy (Debian: python3-pydicom, python3-numpy); run with /usr/bin/python3.
 """
 import argparse
 import hashlib
@@ -273,10 +268,10 @@ def generate(args):
     work = args.workdir
     scale = args.scale
     counts = {
-  "ct" : max(1, round(300 * scale)),
-         "small" : max(1, round(5000 * scale)),
-                   "frames" : max(1, round(800 * scale)),
-                              "studies" : max(1, round(10000 * scale)),
+        "ct": max(1, round(300 * scale)),
+        "small": max(1, round(5000 * scale)),
+        "frames": max(1, round(800 * scale)),
+        "studies": max(1, round(10000 * scale)),
     }
     if "ct" in args.sets:
         write_series(os.path.join(work, "in", "ct"), counts["ct"], 512, "ct")
