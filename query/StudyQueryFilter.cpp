@@ -73,7 +73,9 @@ std::string CStudyRootQuery::ConstructStudyQueryFilter(
   for (const Condition& condition : conditions) {
     std::string& key = *condition.key;
     DoubleQuotes(key);
-    const bool like = !condition.fixedOperator && HasWildcard(key);
+    // A key that is just "%" goes through LIKE escaped too: AddParameter drops a bare "%" as
+    // the universal key it is after ReplaceWildcard, but the user typed it as a character.
+    const bool like = !condition.fixedOperator && (HasWildcard(key) || key == "%");
     if (like) {
       EscapeForLike(key);
       ReplaceWildcard(key);

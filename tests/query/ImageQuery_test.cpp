@@ -38,6 +38,7 @@ TEST(StudyQueryFilter, KeysBecomeConditions) {
       {{"", "", "", "", "", "", "", "", ""}, ""},
       {{"", "12*", "", "", "", "", "", "", ""}, "[Study].PatientID Like '12%' ESCAPE '\\' "},
       {{"", "", "*", "", "", "", "", "", ""}, ""},
+      {{"", "%", "", "", "", "", "", "", ""}, "[Study].PatientID Like '\\%' ESCAPE '\\' "},
       {{"", "", "O'Brien", "", "", "", "", "", ""}, "[Patient].PatientsName = 'O''Brien' "},
       {{"", "", "", "", "", "", "20240101", "20240131", ""},
        "[Study].StudyDate >= '20240101'  AND [Study].StudyDate <= '20240131' "},
