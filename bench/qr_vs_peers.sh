@@ -4,7 +4,8 @@
 #         kestrel serve (SQLite) and by Orthanc (SQLite), asked by the same findscu; queries
 #         per second over one association (findscu --repeat)
 #   move  C-MOVE of the 300-slice CT series (SERIES level, study root) from kestrel serve, from
-#         dcmqrscp and from Orthanc to the same storescp, asked by movescu
+#         dcmqrscp and from Orthanc to the same storescp, asked by movescu; and, as the
+#         receiver's own pace, storescu sending the series straight to that storescp
 # The servers are filled once, untimed: kestrel by `kestrel import` (the same store and index
 # a received image gets), dcmqrscp and Orthanc by storescu. Each measurement runs once untimed
 # per server, then RUNS times per server, interleaved; the median is reported. Every pass is
@@ -93,7 +94,10 @@ wait_port "$dest_port" || die "storescp did not start"
 
 # kestrel serve: store and index filled by kestrel import, DEST in its Server table.
 export KESTREL_HOME="$work/kestrel"
-"$kestrel" import --quiet --store "$KESTREL_HOME/store" "$data/in/studies" "$data/in/ct" ||
+# The 10,000 studies are loaded only when the C-FIND figures are asked for.
+studies=()
+[[ " ${sets[*]} " == *" find "* ]] && studies=("$data/in/studies")
+"$kestrel" import --quiet --store "$KESTREL_HOME/store" "${studies[@]}" "$data/in/ct" ||
   die "kestrel import failed"
 "$kestrel" db server add DEST 127.0.0.1 "$dest_port" >/dev/null
 "$kestrel" serve --port 0 --quiet --store "$KESTREL_HOME/store" > "$work/serve.out" 2>"$work/serve.err" &
@@ -142,7 +146,7 @@ dcmqrscp -c "$work/dcmqrscp/dcmqrscp.cfg" > "$work/dcmqrscp/dcmqrscp.log" 2>&1 &
 pids+=($!)
 wait_port "$qr_port" || die "dcmqrscp did not start: $(tail -3 "$work/dcmqrscp/dcmqrscp.log")"
 
-storescu -aet BENCH -aec ORTHANC +sd "127.0.0.1" "$orthanc_port" "$data/in/studies" "$data/in/ct" \
+storescu -aet BENCH -aec ORTHANC +sd "127.0.0.1" "$orthanc_port" "${studies[@]}" "$data/in/ct" \
   > /dev/null 2>"$work/orthanc/storescu.err" || die "storescu to Orthanc failed"
 storescu -aet BENCH -aec QRSCP +sd "127.0.0.1" "$qr_port" "$data/in/ct" \
   > /dev/null 2>"$work/dcmqrscp/storescu.err" || die "storescu to dcmqrscp failed"
@@ -216,13 +220,28 @@ move_pass() {  # server; prints seconds
   echo "$t1 - $t0" | bc -l
 }
 
+# The receiver's own pace: storescu sends the series straight to the same storescp.
+store_pass() {
+  local t0 t1 received
+  find "$work/dest" -type f -delete
+  sync
+  t0=$(now)
+  storescu -aet BENCH -aec DEST +sd -xe 127.0.0.1 "$dest_port" "$data/in/ct" > /dev/null 2>&1 ||
+    die "storescu to storescp failed"
+  t1=$(now)
+  received=$(find "$work/dest" -type f | wc -l)
+  [[ "$received" -eq 300 ]] || die "storescu stored $received of 300 images"
+  echo "$t1 - $t0" | bc -l
+}
+
 run_move() {
   local server kestrel_seconds seconds bytes
-  declare -A times=([kestrel]="" [dcmqrscp]="" [orthanc]="")
+  declare -A times=([kestrel]="" [dcmqrscp]="" [orthanc]="" [storescu]="")
   bytes=$(du -sb "$data/in/ct" | cut -f1)
   for server in kestrel dcmqrscp orthanc; do move_pass "$server" >/dev/null; done
   for _ in $(seq "$runs"); do
     for server in kestrel dcmqrscp orthanc; do times[$server]+="$(move_pass "$server") "; done
+    times[storescu]+="$(store_pass) "
   done
   row ""
   row "C-MOVE of a 300-slice CT series ($((bytes / 1000000)) MB), SERIES level, study root, to storescp, median of $runs"
@@ -235,6 +254,10 @@ run_move() {
     row "$(printf '| %s | %s | %.2f | %.0f | %.2f |' "$server" "${times[$server]% }" "$seconds" \
       "$(echo "300 / $seconds" | bc -l)" "$(echo "$seconds / $kestrel_seconds" | bc -l)")"
   done
+  seconds=$(printf '%s\n' ${times[storescu]} | median)
+  row "$(printf '| (storescu straight to storescp, no move) | %s | %.2f | %.0f | %.2f |' \
+    "${times[storescu]% }" "$seconds" "$(echo "300 / $seconds" | bc -l)" \
+    "$(echo "$seconds / $kestrel_seconds" | bc -l)")"
 }
 
 row "kestrel: $kestrel; $(Orthanc --version 2>&1 | head -1); $(findscu --version 2>&1 | head -1)"
