@@ -104,7 +104,12 @@ std::string Slot(CResult* row, int slot) {
   return value ? *value : std::string("0");
 }
 
-// The counts of the final response; 2 when any sub-operation failed.
+// Whether a final status leaves the move done: success, or the warning B000 (PS3.4 C.4.2.1.5).
+// Any other status (a failure the exchange passed on, such as 0211 or 0122, or a cancel) is not.
+bool IsDone(const std::string& status) { return status == "0000" || status == "B000"; }
+
+// The counts of the final response; 2 when any sub-operation failed or the move did not end
+// done.
 int Report(CResultsArray& results, const MoveOptions& options) {
   CResult* last = results.GetSize() ? results.GetAt(results.GetSize() - 1) : nullptr;
   const std::string failed = Slot(last, CStudyRootRetrieve::kFailed);
@@ -121,7 +126,7 @@ int Report(CResultsArray& results, const MoveOptions& options) {
       start = end + 1;
     }
   }
-  return failed == "0" ? kExitOk : kExitExchangeFailed;
+  return failed == "0" && (!last || IsDone(status)) ? kExitOk : kExitExchangeFailed;
 }
 
 bool StartReceiver(const MoveOptions& options, MoveReceiver& receiver) {

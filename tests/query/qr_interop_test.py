@@ -391,6 +391,19 @@ class AgainstOrthanc(ArchiveCases, unittest.TestCase):
         shutil.rmtree(cls.work, ignore_errors=True)
 
 
+class MoveFinalStatus(unittest.TestCase):
+    def test_a_final_failure_status_exits_2(self):
+        # kestrel move asking its own receiver, which serves no C-MOVE: the final status is
+        # 0211 with no failed sub-operation, and the move must not count as done.
+        port = free_port()
+        with tempfile.TemporaryDirectory() as home:
+            result = run(KESTREL, "move", "--port", port, "--store", os.path.join(home, "store"),
+                         "--level", "STUDY", "--study", "1.2.3", "127.0.0.1", port,
+                         env=dict(os.environ, KESTREL_HOME=home))
+        self.assertEqual(result.returncode, 2, result.stdout + result.stderr)
+        self.assertIn(b"status 0211", result.stdout)
+
+
 DATA = None
 
 if __name__ == "__main__":
