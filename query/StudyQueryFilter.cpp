@@ -3,10 +3,10 @@
 #include <memory>
 #include <string>
 
+#include "StudyRows.h"
 #include "kestrel/CResultsArray.h"
 #include "kestrel/CStudyRootQuery.h"
 #include "kestrel/RecordSets.h"
-#include "StudyRows.h"
 
 namespace {
 
