@@ -42,7 +42,7 @@ while [[ $# -gt 0 ]]; do
     --data) data="$2"; shift 2 ;;
     --work) work="$2"; shift 2 ;;
     --kestrel) kestrel="$2"; shift 2 ;;
-    -h|--help) sed -n '2,25p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,24p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "unknown option $1" >&2; exit 2 ;;
   esac
 done
