@@ -291,25 +291,48 @@ class ArchiveCases:
                    self.port, env=env)
 
     def test_kestrel_find_every_level(self):
-        for ds in self.headers:
-            result = self.kestrel("find", "--json", "--level", "STUDY", "-k",
-                                  "StudyInstanceUID=" + ds.StudyInstanceUID, "-k", "StudyDate")
-            studies = json.loads(result.stdout)
-            self.assertEqual(len(studies), 1, ds.filename)
-            self.assertEqual(studies[0]["00080020"].get("Value", [""])[0], value(ds, "StudyDate"))
-            result = self.kestrel("find", "--root", "patient", "--level", "IMAGE", "-k",
-                                  "PatientID=" + value(ds, "PatientID"), "-k",
-                                  "StudyInstanceUID=" + ds.StudyInstanceUID, "-k",
-                                  "SeriesInstanceUID=" + ds.SeriesInstanceUID)
+        def column(result, name):
             lines = result.stdout.decode().splitlines()
-            column = lines[0].split("\t").index("SOPInstanceUID")
-            self.assertEqual([line.split("\t")[column] for line in lines[1:]], [ds.SOPInstanceUID])
+            self.assertTrue(lines, result.stderr)
+            at = lines[0].split("\t").index(name)
+            return [line.split("\t")[at] for line in lines[1:]]
+
+        for ds in self.headers:
+            pid, study = value(ds, "PatientID"), ds.StudyInstanceUID
+            series, image = ds.SeriesInstanceUID, ds.SOPInstanceUID
+            patient_keys = ["PatientID=" + pid]
+            # (root, level, keys, column, the value it must hold): each level of both roots.
+            for root, level, keys, name, expected in (
+                    ("patient", "PATIENT", patient_keys, "PatientID", pid),
+                    ("patient", "STUDY", patient_keys + ["StudyInstanceUID=" + study],
+                     "StudyInstanceUID", study),
+                    ("patient", "SERIES", patient_keys + ["StudyInstanceUID=" + study,
+                                                          "SeriesInstanceUID=" + series],
+                     "SeriesInstanceUID", series),
+                    ("patient", "IMAGE", patient_keys + ["StudyInstanceUID=" + study,
+                                                         "SeriesInstanceUID=" + series],
+                     "SOPInstanceUID", image),
+                    ("study", "STUDY", ["StudyInstanceUID=" + study], "StudyInstanceUID", study),
+                    ("study", "SERIES", ["StudyInstanceUID=" + study], "SeriesInstanceUID",
+                     series),
+                    ("study", "IMAGE", ["StudyInstanceUID=" + study,
+                                        "SeriesInstanceUID=" + series], "SOPInstanceUID", image)):
+                if level == "PATIENT" and not pid:
+                    continue
+                args = ["find", "--root", root, "--level", level]
+                for key in keys:
+                    args += ["-k", key]
+                found = column(self.kestrel(*args), name)
+                self.assertIn(expected, found, (root, level, ds.filename))
+                if level != "PATIENT":
+                    self.assertEqual(len(found), 1, (root, level, ds.filename))
+            result = self.kestrel("find", "--json", "--level", "STUDY", "-k",
+                                  "StudyInstanceUID=" + study, "-k", "StudyDate")
+            studies = json.loads(result.stdout)
+            self.assertEqual(studies[0]["00080020"].get("Value", [""])[0], value(ds, "StudyDate"))
         result = self.kestrel("find", "--root", "patient", "--level", "PATIENT", "-k",
                               "PatientName=O'Brien*")
         self.assertIn("O'Brien^Anne\tID'1", result.stdout.decode())
-        result = self.kestrel("find", "--level", "SERIES", "-k",
-                              "StudyInstanceUID=" + self.headers[0].StudyInstanceUID)
-        self.assertIn(self.headers[0].SeriesInstanceUID, result.stdout.decode())
 
     def test_kestrel_move_into_its_store(self):
         home = tempfile.mkdtemp(dir=self.work)
