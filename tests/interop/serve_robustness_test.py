@@ -212,7 +212,8 @@ class Robustness(unittest.TestCase):
             thread.join(180)
         self.assertEqual(results.get("whole"), 0)
         self.assertTrue(results.get("command cut"))
-        self.assertLess(peak_memory_mb(server.process.pid), 96)
+        if not os.environ.get("KESTREL_SANITIZED"):
+            self.assertLess(peak_memory_mb(server.process.pid), 96)
         self.assertTrue(wait_for(lambda: os.listdir(self.incoming) == []))
         stored = os.path.join(self.store, "1.2.3", "1.2.3.4", "1.2.3.4.5.dcm")
         self.assertGreater(os.path.getsize(stored), size)
