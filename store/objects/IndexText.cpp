@@ -93,7 +93,10 @@ std::string AttributeText(ImageIODModule* iod, uint16_t group, uint16_t element)
   VR* found = FindAttribute(iod, group, element);
   if (!found) return std::string();
   uint16_t typeCode = found->TypeCode;
-  if (VR_XXTYPED* typed = VR_XXTYPED::Cast(found); typed && !typeCode)
+  // A writer that did not know the attribute's VR sent it as UN (PS3.5 6.2.2): its bytes are
+  // the value as the attribute's own VR would hold it, and the typed attribute knows that VR.
+  if (VR_XXTYPED* typed = VR_XXTYPED::Cast(found);
+      typed && (!typeCode || typeCode == MakeTypeCode('U', 'N')))
     typeCode = typed->GetTypeCode();
   std::string text = ElementText(found, typeCode);
   // The databases hold text in UTF-8 (PostgreSQL refuses any other bytes in a UTF8 database).

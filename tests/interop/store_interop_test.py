@@ -348,6 +348,8 @@ class StoreAndIndex(unittest.TestCase):
         folder = os.path.join(self.work, "in")
         make_series(folder, 2)
         shutil.copy(os.path.join(SAMPLES, "rtplan.dcm"), folder)  # no pixel data
+        # Every attribute written as UN by its maker: indexed by the attributes' own VRs.
+        shutil.copy(os.path.join(SAMPLES, "rtdose_rle_1frame.dcm"), folder)
         with open(os.path.join(folder, "notes.txt"), "w") as f:
             f.write("not DICOM\n")
         ds = pydicom.dcmread(os.path.join(folder, "000.dcm"))
@@ -356,14 +358,17 @@ class StoreAndIndex(unittest.TestCase):
         index = self.index("sqlite")
         result = run(KESTREL, "import", "--store", self.store, "--db", index.connect, folder)
         self.assertEqual(result.returncode, 3)
-        self.assertIn("import: 2 files done, 3 failed, %d bytes" % sum(
-            os.path.getsize(os.path.join(folder, "%03d.dcm" % i)) for i in range(2)),
-            result.stderr)
+        self.assertIn("import: 3 files done, 3 failed, %d bytes" % sum(
+            os.path.getsize(os.path.join(folder, name))
+            for name in ("000.dcm", "001.dcm", "rtdose_rle_1frame.dcm")), result.stderr)
         self.assertRegex(result.stderr, r"noseries.dcm: not imported: No Series Instance UID")
         self.assertRegex(result.stderr, r"notes.txt: not a DICOM file")
         self.assertRegex(result.stderr, r"rtplan.dcm: set aside as %s/RejSave/\S+\.dcm: No Pixel"
                          % re.escape(self.store))
-        self.assertEqual(len(index.rows("Image")), 2)
+        self.assertEqual(len(index.rows("Image")), 3)
+        dose = pydicom.dcmread(os.path.join(SAMPLES, "rtdose_rle_1frame.dcm"))
+        self.assertIn((dose.StudyInstanceUID, dose.StudyDate),
+                      [(r["studyinstanceuid"], r["studydate"]) for r in index.rows("Study")])
 
 
 if __name__ == "__main__":
