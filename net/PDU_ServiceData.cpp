@@ -20,57 +20,80 @@ constexpr int kModeImplicitLittle = 100;
 constexpr uint32_t kValueHeader = 6;
 constexpr size_t kEncodeBlock = 64 * 1024;
 
+// PDUs gathered before a send: 64 PDUs of a full fragment, about 256 KiB, so that a large
+// data set costs one system call per 256 KiB rather than one per 4 KB fragment.
+constexpr size_t kPDULength = 12 + PDU_Service::kFragmentLength;
+constexpr size_t kGatherPDUs = 64;
+
 // Cuts an encoded message into P-DATA-TF PDUs of one value each, fragments of at most 4096
-// bytes, each flushed on its own (PS3.8 9.3.5). A full fragment goes out only once more bytes
-// follow it, so that the one Finish sends is the last and carries the last-fragment bit.
+// bytes (PS3.8 9.3.5). A full fragment is closed only once more bytes follow it, so that the
+// one Finish closes is the last and carries the last-fragment bit. The PDUs are built in place
+// in `gather` and handed to the connection whole, many at a time: a send never ends inside a
+// PDU unless the connection fails, and then nothing more is sent on it.
 class FragmentSink : public ByteBuffer::Sink {
  public:
-  FragmentSink(KESTREL::TransportBuffer& out, Socket& socket, uint8_t contextID, bool command)
+  FragmentSink(KESTREL::TransportBuffer& out, Socket& socket, std::vector<uint8_t>& gather,
+               uint8_t contextID, bool command)
       : out_(out),
         socket_(socket),
+        gather_(gather),
         contextID_(contextID),
         control_(command ? pdu::kCommandBit : 0) {
-    pending_.reserve(PDU_Service::kFragmentLength);
+    gather_.clear();
   }
 
   bool Write(const void* data, size_t length) override {
     const auto* bytes = static_cast<const uint8_t*>(data);
     while (length) {
-      if (pending_.size() == PDU_Service::kFragmentLength && !Send(false)) return false;
-      size_t n = std::min(length, PDU_Service::kFragmentLength - pending_.size());
-      pending_.insert(pending_.end(), bytes, bytes + n);
+      if (!open_ || Filled() == PDU_Service::kFragmentLength) {
+        if (open_) Close(false);
+        if (gather_.size() + kPDULength > kGatherPDUs * kPDULength && !Send(true)) return false;
+        header_ = gather_.size();
+        gather_.resize(header_ + 12);
+        open_ = true;
+      }
+      size_t n = std::min(length, PDU_Service::kFragmentLength - Filled());
+      gather_.insert(gather_.end(), bytes, bytes + n);
       bytes += n;
       length -= n;
     }
     return true;
   }
-  // Sends the last fragment; an empty message sends nothing.
-  bool Finish() { return pending_.empty() || Send(true); }
+  // Closes and sends the last fragment; an empty message sends nothing.
+  bool Finish() {
+    if (!open_) return true;
+    Close(true);
+    return Send(false);
+  }
   bool Started() const { return started_; }
 
  private:
-  bool Send(bool last) {
-    uint8_t header[12];
+  size_t Filled() const { return gather_.size() - header_ - 12; }
+
+  void Close(bool last) {
     pdu::EncodeDataHeader(contextID_, control_ | (last ? pdu::kLastFragmentBit : 0),
-                          static_cast<uint32_t>(pending_.size()), header);
-    out_.Write(header, sizeof header);
-    out_.Write(pending_.data(), pending_.size());
-    pending_.clear();
+                          static_cast<uint32_t>(Filled()), gather_.data() + header_);
+    open_ = false;
+  }
+
+  // Sends the closed PDUs gathered. All but the last send of a message go as "more follows",
+  // so that the kernel fills its segments rather than pushing out each send on its own.
+  bool Send(bool more) {
     started_ = true;
-    // Every PDU is flushed as it is made; all but the last of a message are sent as "more
-    // follows", so that a large data set leaves in full segments rather than one segment,
-    // and one wake-up of the peer, per 4 KB fragment.
-    socket_.SetMoreToFollow(!last);
-    bool sent = out_.Flush();
+    socket_.SetMoreToFollow(more);
+    bool sent = out_.Send(gather_.data(), gather_.size());
     socket_.SetMoreToFollow(false);
+    gather_.clear();
     return sent;
   }
 
   KESTREL::TransportBuffer& out_;
   Socket& socket_;
+  std::vector<uint8_t>& gather_;
   uint8_t contextID_;
   uint8_t control_;
-  std::vector<uint8_t> pending_;
+  size_t header_ = 0;  // offset of the open PDU in gather_
+  bool open_ = false;
   bool started_ = false;
 };
 
@@ -85,7 +108,7 @@ int PDU_Service::WriteOnContext(DICOMObject* object, uint8_t contextID, bool com
   if (!mode) return 0;
   // The encoding streams into the fragments as it is made, in blocks of kEncodeBlock, so a
   // large data set is never held twice; the fragments are those of the whole encoded object.
-  FragmentSink sink(state_->transport, socket_, contextID, command);
+  FragmentSink sink(state_->transport, socket_, state_->gather, contextID, command);
   ByteBuffer encoded;
   encoded.AttachSink(&sink, kEncodeBlock);
   bool encodedAll = Encode(object, encoded, mode, true) && encoded.Flush();

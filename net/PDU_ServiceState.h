@@ -20,6 +20,8 @@ struct PDU_Service::State {
   }
 
   KESTREL::TransportBuffer transport;
+  // P-DATA-TF PDUs built for one send (FragmentSink); kept from message to message.
+  std::vector<uint8_t> gather;
   KESTREL::AcceptanceTable table;
   // The A-ASSOCIATE-RQ being built (requester) or the one received (acceptor).
   KESTREL::pdu::AssociatePDU request;

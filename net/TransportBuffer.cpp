@@ -10,23 +10,18 @@ namespace KESTREL {
 TransportBuffer::TransportBuffer(ReadFunction read, SendFunction send, uint32_t blockSize)
     : read_(std::move(read)), send_(std::move(send)), blockSize_(blockSize ? blockSize : 1) {}
 
-// Queues one more chunk from the channel. Bytes already consumed are dropped first, so the
-// queue never holds more than what is unread plus one chunk.
+// Queues what the channel gives, up to kMaxRead bytes in one call: large reads straight into
+// the queue, so that a large data set arrives in few calls and one copy. Called only once the
+// queue is empty, so it never holds more than one read.
 bool TransportBuffer::Fill() {
-  if (inBegin_ == in_.size()) {
-    in_.clear();
-    inBegin_ = 0;
-  } else if (inBegin_ >= 4096 && inBegin_ * 2 >= in_.size()) {
-    in_.erase(in_.begin(), in_.begin() + static_cast<std::ptrdiff_t>(inBegin_));
-    inBegin_ = 0;
-  }
+  if (in_.size() < kMaxRead) in_.resize(kMaxRead);
+  inBegin_ = inEnd_ = 0;
   const uint32_t ask = std::min(kMaxRead, blockSize_);
-  uint8_t chunk[kMaxRead];
   for (;;) {
-    int got = read_(chunk, ask);
+    int got = read_(in_.data(), ask);
     if (got < 0) return false;
     if (got == 0) continue;  // a zero time-out polls until something comes
-    in_.insert(in_.end(), chunk, chunk + std::min<uint32_t>(static_cast<uint32_t>(got), ask));
+    inEnd_ = std::min<uint32_t>(static_cast<uint32_t>(got), ask);
     return true;
   }
 }
@@ -58,8 +53,7 @@ bool TransportBuffer::ReadInto(std::vector<uint8_t>& out, size_t length) {
   while (length) {
     if (!Queued() && !Fill()) return false;
     size_t n = std::min(length, Queued());
-    out.insert(out.end(), in_.begin() + static_cast<std::ptrdiff_t>(inBegin_),
-               in_.begin() + static_cast<std::ptrdiff_t>(inBegin_ + n));
+    out.insert(out.end(), in_.data() + inBegin_, in_.data() + inBegin_ + n);
     inBegin_ += n;
     length -= n;
   }
@@ -98,10 +92,7 @@ bool TransportBuffer::Skip(size_t length) {
   return true;
 }
 
-void TransportBuffer::DiscardInput() {
-  in_.clear();
-  inBegin_ = 0;
-}
+void TransportBuffer::DiscardInput() { inBegin_ = inEnd_ = 0; }
 
 void TransportBuffer::Write(const void* data, size_t length) {
   const auto* in = static_cast<const uint8_t*>(data);
@@ -125,6 +116,11 @@ bool TransportBuffer::Flush() {
   }
   out_.clear();
   return ok;
+}
+
+bool TransportBuffer::Send(const void* data, size_t length) {
+  bool ok = Flush();
+  return send_(data, static_cast<uint32_t>(length)) != 0 && ok;
 }
 
 }  // namespace KESTREL

@@ -1,10 +1,10 @@
 #pragma once
 
 // The byte queues between PDUs and the connection. Receiving: a read of n bytes waits until n
-// bytes are queued, filling the queue from the channel at most 1024 bytes at a time (asking
-// again while the channel gives 0 bytes); a negative result fails the read. Sending: bytes are
+// bytes are queued, filling the queue from the channel at most 64 KiB at a time (asking again
+// while the channel gives 0 bytes); a negative result fails the read. Sending: bytes are
 // appended to blocks of the block size (32600 by default), and Flush hands every block to the
-// channel in order.
+// channel in order; Send hands a caller's buffer over whole.
 //
 // Nothing is allocated ahead of the bytes that arrive: a peer announcing a large length makes
 // the queue grow only as its bytes come in.
@@ -21,7 +21,7 @@ namespace KESTREL {
 class TransportBuffer {
  public:
   static constexpr uint32_t kDefaultBlockSize = 32600;
-  static constexpr uint32_t kMaxRead = 1024;
+  static constexpr uint32_t kMaxRead = 64 * 1024;
 
   // `read` and `send` behave as PDU_Service::ReadBytes and SendBytes.
   using ReadFunction = std::function<int(void*, uint32_t)>;
@@ -49,16 +49,19 @@ class TransportBuffer {
   void Write(const void* data, size_t length);
   // False when the channel refused a block (not connected); the send queue is emptied anyway.
   [[nodiscard]] bool Flush();
+  // Flushes, then hands `length` bytes to the channel in one call, without copying them.
+  [[nodiscard]] bool Send(const void* data, size_t length);
 
  private:
   [[nodiscard]] bool Fill();
-  size_t Queued() const { return in_.size() - inBegin_; }
+  size_t Queued() const { return inEnd_ - inBegin_; }
 
   ReadFunction read_;
   SendFunction send_;
   uint32_t blockSize_;
-  std::vector<uint8_t> in_;
+  std::vector<uint8_t> in_;  // kMaxRead bytes once anything was read
   size_t inBegin_ = 0;
+  size_t inEnd_ = 0;
   std::vector<std::vector<uint8_t>> out_;
 };
 
