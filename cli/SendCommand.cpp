@@ -14,11 +14,9 @@
 #include "InputFiles.h"
 #include "NetOptions.h"
 #include "Progress.h"
-#include "kestrel/CStandardStorage.h"
-#include "kestrel/CStorage.h"
+#include "kestrel/CUnknownStorage.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
-#include "kestrel/ImageIODModule.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/Status.h"
 #include "kestrel/UID.h"
@@ -35,10 +33,11 @@ struct SendOptions {
   bool batch = false;
 };
 
-// A file read for sending: its storage object, the transfer syntax it is held in and the SOP
-// class it is sent as.
+// A file read for sending: its data set, the transfer syntax it is held in and the SOP class
+// it is sent as.
 struct Loaded {
-  std::unique_ptr<CStorage> storage;
+  // Sent as it was read; sending empties it, handing each value to the encoder without a copy.
+  std::unique_ptr<DICOMDataObject> object;
   std::string syntax;
   UID sopClass;
 };
@@ -68,24 +67,23 @@ std::string ReadFailure(FileReadResult result, int error, const std::string& syn
   }
 }
 
-// The file read once into the storage object of its class (CUnknownStorage for any other).
-// False, with `error` set, when it cannot be read whole or is not a storage instance: nothing
-// of such a file is sent.
+// The file read once, whole. False, with `error` set, when it cannot be read whole or is not
+// a storage instance: nothing of such a file is sent.
 bool LoadObject(const std::string& path, Loaded& loaded, std::string& error) {
-  CStandardStorage standard;
-  UID held;
+  DICOMCodec codec;
   FileReadResult result = FileReadResult::kCannotOpen;
   int systemError = 0;
-  loaded.storage.reset(standard.LoadStorage(path, &held, &result, &systemError));
+  loaded.object.reset(codec.LoadFile(path.c_str(), &result, &systemError));
+  UID held;
+  if (loaded.object) held.Set(loaded.object->Find(0x0002, 0x0010));
   loaded.syntax = held.ToString();
-  if (!loaded.storage) {
+  if (!loaded.object || result != FileReadResult::kComplete) {
     error = ReadFailure(result, systemError, loaded.syntax);
     return false;
   }
-  ImageIODModule* iod = loaded.storage->GetIOD();
-  loaded.sopClass.Set(iod->GetAttribute(0x0008, 0x0016));
+  loaded.sopClass.Set(loaded.object->Find(0x0008, 0x0016));
   UID sopInstance;
-  sopInstance.Set(iod->GetAttribute(0x0008, 0x0018));
+  sopInstance.Set(loaded.object->Find(0x0008, 0x0018));
   if (loaded.sopClass.IsEmpty() || sopInstance.IsEmpty()) {
     error = "not a storage instance (no SOP Class UID or SOP Instance UID); not sent";
     return false;
@@ -148,8 +146,9 @@ void SendEach(const SendOptions& options, const std::vector<InputFile>& files, O
       continue;
     }
     KESTREL::KESTREL_STATUS status = KESTREL::KESTREL_STATUS_OK;
-    if (!loaded.storage->Client(options.host, options.port, options.net.callingAE,
-                                options.net.calledAE, &status, loaded.syntax.c_str())) {
+    CUnknownStorage sender;
+    if (!sender.Client(loaded.object.get(), options.host, options.port, options.net.callingAE,
+                       options.net.calledAE, &status, loaded.syntax.c_str())) {
       outcome.Failed(file, KESTREL::GetLastErrorText(), ExitCodeOf(status));
       continue;
     }
@@ -203,6 +202,7 @@ void SendBatch(const SendOptions& options, const std::vector<InputFile>& files, 
   }
 
   BatchAssociation association(options, std::move(sopClasses), std::move(syntaxes));
+  CUnknownStorage sender;  // sends each data set as it was read
   for (size_t i = 0; i < files.size(); ++i) {
     const InputFile& file = files[i];
     std::string error = errors[i];
@@ -221,7 +221,7 @@ void SendBatch(const SendOptions& options, const std::vector<InputFile>& files, 
       continue;
     }
     KESTREL::KESTREL_STATUS status = KESTREL::KESTREL_STATUS_OK;
-    if (!current.storage->Send(pdu, nullptr, current.syntax.c_str(), &status)) {
+    if (!sender.Send(pdu, current.object.get(), current.syntax.c_str(), &status)) {
       outcome.Failed(file, KESTREL::GetLastErrorText(), ExitCodeOf(status));
       continue;
     }
