@@ -1,0 +1,238 @@
+#!/usr/bin/env bash
+# Throughput of kestrel against DCMTK, every pair in one run, interleaved, median of N:
+#   send-ct, send-small, send-large
+#          `kestrel send --batch` against `storescu +sd -xe` of the CT series, the small images
+#          or the 419 MB multi-frame object, to `storescp --ignore`
+#   serve-ct, serve-large
+#          `storescu +sd -xe` into `kestrel serve` (storing and indexing; with its default
+#          flushing, and with --no-sync) against `storescp -od`
+#   convert-large
+#          `kestrel convert --ts 1.2.840.10008.1.2` against `dcmconv +ti` of the large object
+# DCMTK runs with TCP_NODELAY=1 in the environment of every tool, its best case (Debian's build
+# leaves Nagle's algorithm on otherwise); kestrel always sets TCP_NODELAY. Each pass of a pair
+# starts fresh receivers on empty folders; the tools of a pair alternate, pass by pass. The
+# table gives median seconds, MB/s of input bytes, the peak RSS of the tool measured (the
+# sender, the receiver or the converter) and the ratio kestrel / DCMTK (below 1: faster). The
+# load average is printed before and after, and the loopback TCP bandwidth for reference.
+#
+# Usage: bench/throughput_vs_dcmtk.sh [--runs N] [--sets "send-ct ..."] [--data DIR]
+#                                     [--work DIR] [--kestrel PATH]
+#   --runs N      timed passes per tool and pair, after one untimed pass each (default 3)
+#   --sets LIST   pairs to run (default all six, and tcp)
+#   --data DIR    where the data sets are, or are made by make_data.py (default bench/out)
+#   --work DIR    where received and converted files go (default bench/out/throughput)
+#   --kestrel P   the kestrel binary (default: build-bench/bin, then build/bin)
+# The table is also written to WORK/results.md.
+set -euo pipefail
+
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+root="$(dirname "$here")"
+runs=3
+sets=(send-ct send-small send-large serve-ct serve-large convert-large tcp)
+data="$here/out"
+work="$here/out/throughput"
+kestrel=""
+python=/usr/bin/python3
+timer=/usr/bin/time
+
+while [[ $# -gt 0 ]]; do
+  case "$1" in
+    --runs) runs="$2"; shift 2 ;;
+    --sets) read -r -a sets <<< "$2"; shift 2 ;;
+    --data) data="$2"; shift 2 ;;
+    --work) work="$2"; shift 2 ;;
+    --kestrel) kestrel="$2"; shift 2 ;;
+    -h|--help) sed -n '2,26p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    *) echo "unknown option $1" >&2; exit 2 ;;
+  esac
+done
+
+die() { echo "throughput_vs_dcmtk: $*" >&2; exit 1; }
+if [[ -z "$kestrel" ]]; then
+  for candidate in "$root"/build-bench/bin/kestrel "$root"/build/bin/kestrel; do
+    [[ -x "$candidate" ]] && { kestrel="$candidate"; break; }
+  done
+fi
+[[ -x "$kestrel" ]] || die "no kestrel binary; build it or pass --kestrel"
+for tool in storescp storescu dcmconv "$timer"; do command -v "$tool" >/dev/null || die "$tool missing"; done
+export TCP_NODELAY=1  # DCMTK's best case; kestrel ignores it
+mkdir -p "$work"
+results="$work/results.md"
+: > "$results"
+row() { echo "$1" | tee -a "$results"; }
+
+median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
+now() { date +%s.%N; }
+free_port() { "$python" -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
+wait_port() {
+  for _ in $(seq 200); do
+    "$python" -c "import socket; socket.create_connection(('127.0.0.1',$1),timeout=1)" 2>/dev/null && return 0
+    sleep 0.05
+  done
+  return 1
+}
+input_of() { case "$1" in *-ct) echo "$data/in/ct" ;; *-small) echo "$data/in/small" ;; *) echo "$data/in/large" ;; esac; }
+
+pids=()
+cleanup() { for p in "${pids[@]:-}"; do [[ -n "$p" ]] && kill "$p" 2>/dev/null || true; done; }
+trap cleanup EXIT
+stop() { kill -TERM "$1" 2>/dev/null || true; wait "$1" 2>/dev/null || true; }
+# Stops a receiver started under /usr/bin/time: the receiver itself, so that time reports it.
+stop_timed() {
+  local child; child=$(pgrep -P "$1" || true)
+  [[ -n "$child" ]] && kill -TERM "$child" 2>/dev/null || true
+  wait "$1" 2>/dev/null || true
+}
+
+# A receiver under /usr/bin/time, its peak RSS going to $work/rss; sets rx_pid and rx_port.
+start_storescp() {  # folder, or "" for --ignore
+  rx_port=$(free_port)
+  local where=(--ignore); [[ -n "$1" ]] && where=(-od "$1")
+  "$timer" -f %M -o "$work/rss" storescp "${where[@]}" "$rx_port" >/dev/null 2>&1 &
+  rx_pid=$!; pids+=("$rx_pid")
+  wait_port "$rx_port" || die "storescp did not start"
+}
+start_serve() {  # folder, extra options
+  local out="$work/serve.out"
+  rm -rf "$1.home"
+  KESTREL_HOME="$1.home" "$timer" -f %M -o "$work/rss" "$kestrel" serve --port 0 --quiet \
+    --store "$1" ${2:-} > "$out" 2>"$work/serve.err" &
+  rx_pid=$!; pids+=("$rx_pid")
+  for _ in $(seq 200); do
+    rx_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$out")
+    [[ -n "$rx_port" ]] && return 0
+    sleep 0.05
+  done
+  die "kestrel serve did not start"
+}
+
+# One pass of a pair's tool; prints "seconds peak-RSS-KB".
+pass() {  # pair tool
+  local pair="$1" tool="$2" in t0 t1 rss dir="$work/out"
+  in=$(input_of "$pair")
+  rm -rf "$dir" "$dir.home"; mkdir -p "$dir"
+  sync
+  case "$pair:$tool" in
+    send-*:kestrel|send-*:storescu)
+      start_storescp ""
+      local cmd=("$kestrel" send --batch --quiet 127.0.0.1 "$rx_port" "$in")
+      [[ $tool = storescu ]] && cmd=(storescu -aet BENCH +sd -xe 127.0.0.1 "$rx_port" "$in")
+      t0=$(now)
+      "$timer" -f %M -o "$work/rss.tx" "${cmd[@]}" >/dev/null 2>"$work/err" \
+        || die "$tool failed: $(tail -3 "$work/err")"
+      t1=$(now)
+      stop_timed "$rx_pid"; rss=$(tail -1 "$work/rss.tx") ;;
+    serve-*:*)
+      case "$tool" in
+        storescp) start_storescp "$dir" ;;
+        kestrel) start_serve "$dir" ;;
+        kestrel-nosync) start_serve "$dir" --no-sync ;;
+      esac
+      t0=$(now)
+      storescu -aet BENCH +sd -xe 127.0.0.1 "$rx_port" "$in" >/dev/null 2>"$work/err" \
+        || die "storescu to $tool failed: $(tail -3 "$work/err")"
+      t1=$(now)
+      stop_timed "$rx_pid"; rss=$(tail -1 "$work/rss")
+      local count; count=$(find "$dir" -type f ! -path '*/.incoming/*' | wc -l)
+      [[ "$count" -eq "$(find "$in" -type f | wc -l)" ]] || die "$tool stored $count files" ;;
+    convert-*:*)
+      local file; file=$(find "$in" -type f | head -1)
+      local cmd=("$kestrel" convert --ts 1.2.840.10008.1.2 "$file" "$dir/out.dcm")
+      [[ $tool = dcmconv ]] && cmd=(dcmconv +ti "$file" "$dir/out.dcm")
+      t0=$(now)
+      "$timer" -f %M -o "$work/rss.tx" "${cmd[@]}" >/dev/null 2>"$work/err" \
+        || die "$tool failed: $(tail -3 "$work/err")"
+      t1=$(now)
+      rss=$(tail -1 "$work/rss.tx") ;;
+    *) die "unknown pair $pair:$tool" ;;
+  esac
+  echo "$(echo "$t1 - $t0" | bc -l) $rss"
+}
+
+tools_of() {
+  case "$1" in
+    send-*) echo "kestrel storescu" ;;
+    serve-*) echo "kestrel kestrel-nosync storescp" ;;
+    convert-*) echo "kestrel dcmconv" ;;
+  esac
+}
+label_of() {
+  case "$1" in
+    kestrel) [[ $2 = serve-* ]] && echo "kestrel serve" || { [[ $2 = send-* ]] && echo "kestrel send --batch" || echo "kestrel convert"; } ;;
+    kestrel-nosync) echo "kestrel serve --no-sync" ;;
+    storescu) echo "storescu +sd -xe" ;;
+    storescp) echo "storescp -od" ;;
+    dcmconv) echo "dcmconv +ti" ;;
+  esac
+}
+
+run_pair() {
+  local pair="$1" in files bytes tool
+  in=$(input_of "$pair")
+  [[ -d "$in" ]] || "$python" "$here/make_data.py" generate "$data" --sets "${pair#*-}" >/dev/null
+  files=$(find "$in" -type f | wc -l)
+  bytes=$(du -sb "$in" | cut -f1)
+  declare -A times=() peaks=()
+  for tool in $(tools_of "$pair"); do pass "$pair" "$tool" >/dev/null; done  # warm-up
+  for _ in $(seq "$runs"); do
+    for tool in $(tools_of "$pair"); do
+      read -r seconds rss < <(pass "$pair" "$tool")
+      times[$tool]+="$seconds "
+      peaks[$tool]+="$rss "
+    done
+  done
+  local peer seconds peer_seconds
+  peer=$(tools_of "$pair" | awk '{print $NF}')
+  peer_seconds=$(printf '%s\n' ${times[$peer]} | median)
+  for tool in $(tools_of "$pair"); do
+    seconds=$(printf '%s\n' ${times[$tool]} | median)
+    row "$(printf '| %s | %s | %d | %.0f | %.3f | %.0f | %.1f | %s | %.2f |' "$pair" \
+      "$(label_of "$tool" "$pair")" "$files" "$(echo "$bytes / 1000000" | bc -l)" "$seconds" \
+      "$(echo "$bytes / $seconds / 1000000" | bc -l)" \
+      "$(echo "$(printf '%s\n' ${peaks[$tool]} | sort -g | tail -1) / 1000" | bc -l)" \
+      "$(echo ${times[$tool]})" "$(echo "$seconds / $peer_seconds" | bc -l)")"
+  done
+}
+
+run_tcp() {
+  local rate
+  rate=$("$python" - <<'EOF'
+import socket, threading, time
+total = 4 << 30
+block = bytearray(1 << 20)
+server = socket.socket(); server.bind(("127.0.0.1", 0)); server.listen(1)
+def sink():
+    conn, _ = server.accept()
+    view = memoryview(bytearray(1 << 20)); got = 0
+    while got < total:
+        n = conn.recv_into(view)
+        if not n: break
+        got += n
+t = threading.Thread(target=sink); t.start()
+client = socket.create_connection(server.getsockname())
+start = time.time(); sent = 0
+while sent < total:
+    client.sendall(block); sent += len(block)
+client.close(); t.join()
+print("%.0f" % (total / (time.time() - start) / 1e6))
+EOF
+)
+  row ""
+  row "Loopback TCP, 4 GiB in 1 MiB sends (Python sockets): $rate MB/s"
+}
+
+row "kestrel: $kestrel; $runs timed passes per tool; $(date -u '+%Y-%m-%d %H:%M UTC')"
+row "load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
+row ""
+row "| pair | tool | files | MB | median s | MB/s | peak RSS MB | passes s | ratio to DCMTK |"
+row "|---|---|---:|---:|---:|---:|---:|---|---:|"
+for set in "${sets[@]}"; do
+  case "$set" in
+    tcp) run_tcp ;;
+    send-*|serve-*|convert-*) run_pair "$set" ;;
+    *) die "unknown set $set" ;;
+  esac
+done
+row ""
+row "load average after: $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "written to $results"
