@@ -7,8 +7,9 @@
 
 #include "Commands.h"
 #include "Dictionary.h"
-#include "ExitCodes.h"
 #include "ElementValue.h"
+#include "ExitCodes.h"
+#include "kestrel/FileMapping.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/RTC.h"
 
@@ -22,14 +23,16 @@ struct ConvertOptions {
 };
 
 bool IsNativeSyntax(const std::string& uid) {
-  return uid == "1.2.840.10008.1.2" || uid == "1.2.840.10008.1.2.1" ||
-         uid == "1.2.840.10008.1.2.2";
+  return uid == "1.2.840.10008.1.2" || uid == "1.2.840.10008.1.2.1" || uid == "1.2.840.10008.1.2.2";
 }
 
 int Fail(const std::string& text, int code) {
   std::cerr << "kestrel convert: " << text << '\n';
   return code;
 }
+
+// Files from this size on are mapped rather than read.
+constexpr uintmax_t kMappedFrom = 4 << 20;
 
 int Convert(const ConvertOptions& options) {
   if (!options.transferSyntax.empty() &&
@@ -45,7 +48,15 @@ int Convert(const ConvertOptions& options) {
   std::error_code ec;
   if (std::filesystem::is_directory(options.in, ec))
     return Fail(options.in + ": is a directory", kExitLocalFailure);
-  std::unique_ptr<DICOMDataObject> object(service.LoadFile(options.in.c_str()));
+  // A large file is mapped, so that its large values go from the mapping to the output file
+  // without being read into memory of their own first. Declared first: it outlives the object.
+  FileMapping mapping;
+  std::unique_ptr<DICOMDataObject> object;
+  if (std::filesystem::file_size(options.in, ec) >= kMappedFrom && !ec &&
+      mapping.Open(options.in.c_str()))
+    object.reset(service.LoadMapped(mapping));
+  else
+    object.reset(service.LoadFile(options.in.c_str()));
   if (!object) return Fail(options.in + ": cannot open the file", kExitLocalFailure);
   VR* syntaxElement = object->Find(2, 0x0010);
   std::string source = syntaxElement ? ValueText(syntaxElement) : std::string();
@@ -77,7 +88,8 @@ int Convert(const ConvertOptions& options) {
 
 void AddConvertCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<ConvertOptions>();
-  CLI::App* cmd = app.add_subcommand("convert", "rewrite a DICOM file, optionally in another transfer syntax");
+  CLI::App* cmd =
+      app.add_subcommand("convert", "rewrite a DICOM file, optionally in another transfer syntax");
   cmd->add_option("--ts", options->transferSyntax, "transfer syntax UID to write");
   cmd->add_option("--dict", options->dictionary, "data dictionary file (text or binary)");
   cmd->add_option("IN", options->in, "input file")->required();

@@ -17,6 +17,7 @@
 #include "kestrel/CUnknownStorage.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
+#include "kestrel/FileMapping.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/Status.h"
 #include "kestrel/UID.h"
@@ -36,6 +37,7 @@ struct SendOptions {
 // A file read for sending: its data set, the transfer syntax it is held in and the SOP class
 // it is sent as.
 struct Loaded {
+  FileMapping mapping;  // a large file's; declared first, as it must outlive the object
   // Sent as it was read; sending empties it, handing each value to the encoder without a copy.
   std::unique_ptr<DICOMDataObject> object;
   std::string syntax;
@@ -67,13 +69,20 @@ std::string ReadFailure(FileReadResult result, int error, const std::string& syn
   }
 }
 
+// Files from this size on are mapped rather than read: their large values go from the mapping
+// into the PDUs without being read into memory of their own first.
+constexpr uint64_t kMappedFrom = 4 << 20;
+
 // The file read once, whole. False, with `error` set, when it cannot be read whole or is not
 // a storage instance: nothing of such a file is sent.
-bool LoadObject(const std::string& path, Loaded& loaded, std::string& error) {
+bool LoadObject(const InputFile& file, Loaded& loaded, std::string& error) {
   DICOMCodec codec;
   FileReadResult result = FileReadResult::kCannotOpen;
   int systemError = 0;
-  loaded.object.reset(codec.LoadFile(path.c_str(), &result, &systemError));
+  if (file.bytes >= kMappedFrom && loaded.mapping.Open(file.path.c_str(), &systemError))
+    loaded.object.reset(codec.LoadMapped(loaded.mapping, &result));
+  else
+    loaded.object.reset(codec.LoadFile(file.path.c_str(), &result, &systemError));
   UID held;
   if (loaded.object) held.Set(loaded.object->Find(0x0002, 0x0010));
   loaded.syntax = held.ToString();
@@ -106,7 +115,7 @@ bool ProbeObject(const InputFile& file, UID& sopClass, UID& syntax, std::string&
     if (!sopClass.IsEmpty() && !sopInstance.IsEmpty()) return true;
   }
   Loaded loaded;
-  if (!LoadObject(file.path, loaded, error)) return false;
+  if (!LoadObject(file, loaded, error)) return false;
   sopClass = loaded.sopClass;
   syntax.Set(loaded.syntax);
   return true;
@@ -141,7 +150,7 @@ void SendEach(const SendOptions& options, const std::vector<InputFile>& files, O
   for (const InputFile& file : files) {
     Loaded loaded;
     std::string error = file.error;
-    if (!error.empty() || !LoadObject(file.path, loaded, error)) {
+    if (!error.empty() || !LoadObject(file, loaded, error)) {
       outcome.Failed(file, error, kExitLocalFailure);
       continue;
     }
@@ -216,7 +225,7 @@ void SendBatch(const SendOptions& options, const std::vector<InputFile>& files, 
       continue;
     }
     Loaded current;
-    if (!LoadObject(file.path, current, error)) {  // changed since the first pass
+    if (!LoadObject(file, current, error)) {  // changed since the first pass
       outcome.Failed(file, error, kExitLocalFailure);
       continue;
     }

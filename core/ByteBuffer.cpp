@@ -16,7 +16,9 @@ uint32_t Swap32(uint32_t v) { return __builtin_bswap32(v); }
 ByteBuffer::ByteBuffer() = default;
 
 ByteBuffer::ByteBuffer(ByteBuffer& parent, uint64_t limit)
-    : bigEndian_(parent.bigEndian_), parent_(&parent), limit_(std::min(limit, parent.Remaining())) {}
+    : bigEndian_(parent.bigEndian_),
+      parent_(&parent),
+      limit_(std::min(limit, parent.Remaining())) {}
 
 ByteBuffer::~ByteBuffer() = default;
 
@@ -204,6 +206,25 @@ bool ByteBuffer::Skip(uint64_t length) {
   if (!source_ || length - held > source_->Remaining()) return false;
   begin_ = end_ = 0;
   return source_->Skip(length - held);
+}
+
+uint8_t* ByteBuffer::Borrow(uint64_t length) {
+  if (parent_) {
+    if (length > limit_) return nullptr;
+    uint8_t* at = parent_->Borrow(length);
+    if (at) limit_ -= length;
+    return at;
+  }
+  const size_t held = end_ - begin_;
+  uint8_t* at = source_ ? source_->MappedAt(held) : nullptr;
+  if (!at || length > Remaining()) return nullptr;
+  if (length <= held) {
+    begin_ += length;
+    return at;
+  }
+  if (!source_->Skip(length - held)) return nullptr;
+  begin_ = end_ = 0;
+  return at;
 }
 
 void ByteBuffer::SkipRest() {

@@ -253,7 +253,7 @@ bool DICOMCodec::DecodeValue(ByteBuffer& buffer, DICOMObject* object, DecodeLeve
     if (!buffer.Skip(length)) return false;
     return !kept || PushElement(object, element);
   }
-  if (length && !ReadValueBytes(buffer, *element, length)) return false;
+  if (length && !ReadValue(buffer, *element, length)) return false;
   if (level.top && group == 2 && number == 0x0010) {
     level.syntax = TransferSyntaxText(element.get());
     level.syntaxPending = true;
@@ -279,6 +279,21 @@ bool DICOMCodec::DecodeUndefinedLength(ByteBuffer& buffer, DICOMObject* object, 
   const bool ok = DecodeSequenceItems(buffer, object, kModeImplicitLittle);
   buffer.SetBigEndian(bigEndian);
   return ok;
+}
+
+// A value of at least borrowFrom_ bytes that needs no swapping stays where a mapped source
+// holds it: the element points at it without owning it (LoadMapped).
+bool DICOMCodec::ReadValue(ByteBuffer& buffer, VR& element, uint32_t length) {
+  const bool swapped = buffer.IsBigEndian() && SwapWidth(element.TypeCode) > 1;
+  if (borrowFrom_ && length >= borrowFrom_ && !swapped) {
+    if (uint8_t* at = buffer.Borrow(length)) {
+      element.Data = at;
+      element.Length = length;
+      element.OwnsData = 0;
+      return true;
+    }
+  }
+  return ReadValueBytes(buffer, element, length);
 }
 
 // `length` bytes (checked against what remains by the caller) in host byte order.
@@ -313,13 +328,7 @@ bool DICOMCodec::ReadEncapsulated(ByteBuffer& buffer, DICOMObject* object) {
       if (!fragment || !item) return false;
       fragment->Group = group;
       fragment->Element = number;
-      if (length) {
-        char* data = new (std::nothrow) char[length];
-        if (!data) return false;
-        fragment->Data = data;
-        fragment->Length = length;
-        if (!buffer.ReadBytes(data, length)) return false;
-      }
+      if (length && !ReadValue(buffer, *fragment, length)) return false;
       if (!PushElement(item.get(), fragment)) return false;
       if (!object->PushItem(item.get())) return false;
       item.release();

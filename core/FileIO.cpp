@@ -10,6 +10,7 @@
 #include "File.h"
 #include "TransferSyntax.h"
 #include "kestrel/DICOMCodec.h"
+#include "kestrel/FileMapping.h"
 
 namespace {
 
@@ -55,6 +56,36 @@ class FileSource : public ByteBuffer::Source {
   uint64_t size_;
   uint64_t position_;
 };
+
+// Reads a mapped file, and tells where its bytes lie so that large values can stay there.
+class MappedSource : public ByteBuffer::Source {
+ public:
+  MappedSource(uint8_t* data, uint64_t size, uint64_t position)
+      : data_(data), size_(size), position_(position) {}
+  size_t Read(void* data, size_t length) override {
+    length = static_cast<size_t>(std::min<uint64_t>(length, Remaining()));
+    if (length) std::memcpy(data, data_ + position_, length);
+    position_ += length;
+    return length;
+  }
+  uint64_t Remaining() override { return size_ - position_; }
+  bool Skip(uint64_t length) override {
+    if (length > Remaining()) return false;
+    position_ += length;
+    return true;
+  }
+  uint8_t* MappedAt(uint64_t back) override {
+    return back <= position_ ? data_ + position_ - back : nullptr;
+  }
+
+ private:
+  uint8_t* data_;
+  uint64_t size_;
+  uint64_t position_;
+};
+
+// Values at least this long stay in a mapped file rather than being copied out of it.
+constexpr uint32_t kBorrowedValue = 64 * 1024;
 
 class FileSink : public ByteBuffer::Sink {
  public:
@@ -198,6 +229,31 @@ DICOMDataObject* DICOMCodec::ReadFile(const char* path, uint64_t limit, FileRead
   buffer.AttachSource(&source);
   bool decoded = Decode(buffer, object, mode);
   lastLoadComplete_ = decoded && !buffer.HasBytes() && end == static_cast<uint64_t>(size);
+  *result = lastLoadComplete_ ? FileReadResult::kComplete : WhyIncomplete(object);
+  return object;
+}
+
+DICOMDataObject* DICOMCodec::LoadMapped(const FileMapping& file, FileReadResult* result) {
+  lastLoadComplete_ = false;
+  FileReadResult ignored;
+  if (!result) result = &ignored;
+  *result = FileReadResult::kCannotOpen;
+  uint8_t* data = file.Data();
+  const uint64_t size = file.Size();
+  if (!data) return nullptr;
+  uint64_t start = 0;
+  if (size >= kPreambleLength + 4 && std::memcmp(data + kPreambleLength, "DICM", 4) == 0)
+    start = kPreambleLength + 4;
+  int mode = size - start >= 6 ? ModeOfHead(data + start, start != 0) : kModeImplicitLittle;
+  auto* object = new (std::nothrow) DICOMDataObject;
+  if (!object) return nullptr;
+  MappedSource source(data, size, start);
+  ByteBuffer buffer;
+  buffer.AttachSource(&source);
+  borrowFrom_ = kBorrowedValue;
+  bool decoded = Decode(buffer, object, mode);
+  borrowFrom_ = 0;
+  lastLoadComplete_ = decoded && !buffer.HasBytes();
   *result = lastLoadComplete_ ? FileReadResult::kComplete : WhyIncomplete(object);
   return object;
 }

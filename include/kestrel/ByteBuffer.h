@@ -25,6 +25,9 @@ class KESTREL_API ByteBuffer {
     virtual uint64_t Remaining() = 0;
     // Passes over `length` bytes; false when fewer were left.
     virtual bool Skip(uint64_t length) = 0;
+    // For a source whose bytes stay in memory (a mapped file): where the byte `back` bytes
+    // before the next one Read gives lies. Null for any other source.
+    virtual uint8_t* MappedAt(uint64_t back) { return nullptr; }
   };
   class Sink {
    public:
@@ -65,6 +68,9 @@ class KESTREL_API ByteBuffer {
   [[nodiscard]] bool Read32(uint32_t& value);
   [[nodiscard]] bool ReadBytes(void* data, size_t length);
   [[nodiscard]] bool Skip(uint64_t length);
+  // Passes over the next `length` bytes and gives where they lie in the source's memory, when
+  // the source is mapped; null, and nothing consumed, otherwise or when fewer bytes remain.
+  [[nodiscard]] uint8_t* Borrow(uint64_t length);
   // Passes over whatever is left (for a view, what is left of its limit).
   void SkipRest();
   bool HasBytes() { return Remaining() != 0; }
@@ -88,7 +94,7 @@ class KESTREL_API ByteBuffer {
   size_t begin_ = 0;  // next byte to read
   size_t end_ = 0;    // next byte to write
   size_t written_ = 0;
-  size_t base_ = 0;   // value of written_ at data_[0]
+  size_t base_ = 0;  // value of written_ at data_[0]
   bool bigEndian_ = false;
   Source* source_ = nullptr;
   Sink* sink_ = nullptr;

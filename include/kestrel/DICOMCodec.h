@@ -9,6 +9,7 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/Export.h"
 
+class FileMapping;
 class RTC;
 struct ValueContext;
 
@@ -83,6 +84,10 @@ class KESTREL_API DICOMCodec {
   // file is, at a fixed cost however large its pixel data. An element cut by the limit is
   // left out, and the load counts as incomplete unless the whole file fitted.
   DICOMDataObject* LoadFileHead(const char* path, uint32_t bytes);
+  // As LoadFile, from a mapped file: values of 64 KiB or more that need no byte swapping are
+  // not copied but point into the mapping (their elements do not own them), so `file` must
+  // outlive the object. Null when nothing is mapped (kCannotOpen).
+  DICOMDataObject* LoadMapped(const FileMapping& file, FileReadResult* result = nullptr);
   // Writes `object`, which the encoding empties. Form 1: no preamble nor meta group, implicit
   // VR little endian. Forms 2 and 3: preamble, "DICM", the meta group in explicit VR little
   // endian, then the rest in the transfer syntax of (0002,0010) (form 2 is kept for callers
@@ -121,6 +126,7 @@ class KESTREL_API DICOMCodec {
                    std::unique_ptr<VR>& element, uint32_t length, bool explicitVR);
   bool DecodeUndefinedLength(ByteBuffer& buffer, DICOMObject* object, int mode,
                              std::unique_ptr<VR>& element, bool explicitVR);
+  bool ReadValue(ByteBuffer& buffer, VR& element, uint32_t length);
   static bool ReadValueBytes(ByteBuffer& buffer, VR& element, uint32_t length);
   bool DecodeItem(ByteBuffer& buffer, DICOMObject* object, int mode, uint32_t length);
   bool DecodeSequenceItems(ByteBuffer& buffer, DICOMObject* object, int mode);
@@ -132,6 +138,7 @@ class KESTREL_API DICOMCodec {
   bool lastLoadComplete_ = false;
   int depth_ = 0;            // levels of sequences and items being decoded
   uint32_t valueLimit_ = 0;  // SetHoldLimits; 0: none
+  uint32_t borrowFrom_ = 0;  // LoadMapped: values this long stay in the mapping; 0: none
   uint64_t heldLimit_ = 0;
   uint64_t held_ = 0;  // bytes held by the decode in progress
   // What the level being read or written has said about its pixels (Pixel Representation,

@@ -9,6 +9,7 @@
 #include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMFileWriter.h"
+#include "kestrel/FileMapping.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
 
