@@ -17,6 +17,7 @@
 
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
+#include "kestrel/FileMapping.h"
 #include "tests/core/CoreTestSupport.h"
 
 namespace {
@@ -428,6 +429,55 @@ TEST_F(FileTest, HeadReadStopsAtTheLimit) {
   EXPECT_TRUE(codec_.WasLastLoadComplete());
   EXPECT_NE(whole->Find(0x7FE0, 0x0010), nullptr);
   EXPECT_EQ(codec_.LoadFileHead((kSamples + "no such file").c_str(), 2048), nullptr);
+}
+
+// A mapped load reads what LoadFile reads; large unswapped values stay in the mapping.
+TEST_F(FileTest, MappedLoadLeavesLargeValuesInTheMapping) {
+  struct Case {
+    const char* syntax;
+    uint32_t pixels;
+    bool borrowed;
+  } cases[] = {{"1.2.840.10008.1.2.1", 200000, true},
+               {"1.2.840.10008.1.2", 200000, true},
+               {"1.2.840.10008.1.2.2", 200000, false},  // swapped into a buffer of its own
+               {"1.2.840.10008.1.2.1", 1000, false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.syntax) + " " + std::to_string(c.pixels));
+    DICOMDataObject object;
+    object.Push(Element(0x0008, 0x0016, "UI", std::string("1.2.840.10008.5.1.4.1.1.7\0", 26)));
+    std::string pixels(c.pixels, 0);
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = char(i * 31 + i / 256);
+    object.Push(Element(0x7FE0, 0x0010, "OW", pixels));
+    const std::string path = Path("mapped.dcm");
+    ASSERT_TRUE(Save(object, path, 3, c.syntax));
+    FileMapping mapping;
+    ASSERT_TRUE(mapping.Open(path.c_str()));
+    FileReadResult result = FileReadResult::kDamaged;
+    std::unique_ptr<DICOMDataObject> mapped(codec_.LoadMapped(mapping, &result));
+    ASSERT_NE(mapped, nullptr);
+    EXPECT_EQ(result, FileReadResult::kComplete);
+    const VR* value = mapped->Find(0x7FE0, 0x0010);
+    ASSERT_NE(value, nullptr);
+    const auto* at = static_cast<const uint8_t*>(value->Data);
+    EXPECT_EQ(at >= mapping.Data() && at < mapping.Data() + mapping.Size(), c.borrowed);
+    EXPECT_EQ(value->OwnsData == 0, c.borrowed);
+    EXPECT_EQ(Value(value), pixels);
+    std::string expected, actual;
+    Describe(*Load(path), true, expected);
+    Describe(*mapped, true, actual);
+    EXPECT_EQ(actual, expected);
+  }
+  // A file cut inside its large value is damaged, as LoadFile finds it.
+  const std::string whole = Read(Path("mapped.dcm"));
+  FileMapping cut;
+  ASSERT_TRUE(cut.Open(Write("cut.dcm", whole.substr(0, whole.size() - 500)).c_str()));
+  FileReadResult result = FileReadResult::kComplete;
+  std::unique_ptr<DICOMDataObject> damaged(codec_.LoadMapped(cut, &result));
+  EXPECT_EQ(result, FileReadResult::kDamaged);
+  FileMapping missing;
+  EXPECT_FALSE(missing.Open(Path("missing.dcm").c_str()));
+  EXPECT_EQ(codec_.LoadMapped(missing, &result), nullptr);
+  EXPECT_EQ(result, FileReadResult::kCannotOpen);
 }
 
 }  // namespace

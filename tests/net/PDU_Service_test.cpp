@@ -301,59 +301,94 @@ std::vector<RawPDU> SplitPDUs(const std::vector<uint8_t>& wire) {
   return pdus;
 }
 
-// PS3.8 9.3.5: an encoded data set of 10000 bytes leaves as fragments of 4096, 4096 and 1808
-// bytes, one P-DATA-TF each, the last-fragment bit on the third only.
-TEST(DataTransfer, TenThousandBytesGoOutAsThreeFragments) {
-  DICOMDataObject probe;
-  auto makeDataSet = [](DICOMDataObject& data) {
-    // 12 bytes of group length, 8 of element header and 9980 of value.
-    auto* value = new VR(0x0011, 0x1010, 9980, true);
-    std::memset(value->Data, 0x5A, 9980);
-    ASSERT_TRUE(data.Push(value));
-  };
-  makeDataSet(probe);
-  ASSERT_EQ(Encoded(&probe, 100).size(), 10000u);
+// Whether `bytes` are PDUs one after the other, the last ending where the bytes end.
+bool WholePDUs(const std::vector<uint8_t>& bytes) {
+  size_t at = 0;
+  while (at + 6 <= bytes.size())
+    at += 6 + (uint32_t(bytes[at + 2]) << 24 | bytes[at + 3] << 16 | bytes[at + 4] << 8 |
+               bytes[at + 5]);
+  return at == bytes.size();
+}
 
-  Listener listener;
-  RecordingService acceptor;
-  acceptor.SetTimeout(10);
-  int readResult = -1;
-  PeerThread acceptorThread([&] {
-    if (!acceptor.ServeSocket(listener.Accept())) return;
-    DICOMDataObject received;
-    readResult = acceptor.Read(&received);
-    VR* value = received.Find(0x0011, 0x1010);
-    EXPECT_TRUE(value && value->Length == 9980);
-    DICOMCommandObject end;
-    acceptor.Read(&end);  // answers the release
-  });
-  PDU_Service requester;
-  requester.SetApplicationContext(kApplicationContext);
-  requester.AddAbstractSyntax(kCTStorage);
-  requester.SetTimeout(10);
-  ASSERT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 1);
-  uint8_t context = requester.GetAcceptedContexts().at(0).PresentationContextID;
-  DICOMDataObject data;
-  makeDataSet(data);
-  ASSERT_EQ(requester.Write(&data, kCTStorage), 1);
-  requester.Close();
-  acceptorThread.Join();
-  EXPECT_EQ(readResult, 1);
+// Records the bytes of every send a requester makes.
+class SendCounting : public PDU_Service {
+ public:
+  int SendBytes(const void* buffer, uint32_t length) override {
+    const auto* bytes = static_cast<const uint8_t*>(buffer);
+    sends.emplace_back(bytes, bytes + length);
+    return PDU_Service::SendBytes(buffer, length);
+  }
+  std::vector<std::vector<uint8_t>> sends;
+};
 
-  std::vector<RawPDU> pdus = SplitPDUs(acceptor.wire);
-  ASSERT_EQ(pdus.size(), 5u) << "the request, three P-DATA-TF and the release";
-  EXPECT_EQ(pdus[4].type, 5);
-  const uint32_t fragments[] = {4096, 4096, 1808};
-  const uint8_t controls[] = {0x00, 0x00, 0x02};
-  for (int i = 0; i < 3; ++i) {
-    const RawPDU& data = pdus[1 + i];
-    ASSERT_EQ(data.type, 4) << i;
-    ASSERT_EQ(data.body.size(), fragments[i] + 6) << "PDU length of fragment " << i;
-    uint32_t item =
-        uint32_t(data.body[0]) << 24 | data.body[1] << 16 | data.body[2] << 8 | data.body[3];
-    EXPECT_EQ(item, fragments[i] + 2) << i;
-    EXPECT_EQ(data.body[4], context) << i;
-    EXPECT_EQ(data.body[5], controls[i]) << i;
+// PS3.8 9.3.5: an encoded data set leaves as fragments of 4096 bytes and the rest, one
+// P-DATA-TF each, the last-fragment bit on the last only (10000 bytes: 4096, 4096 and 1808).
+// The PDUs are gathered, up to 64 in one send, and a send holds whole PDUs only.
+TEST(DataTransfer, DataSetsGoOutAsFragmentsOf4096BytesInFewSends) {
+  struct Case {
+    uint32_t encoded;
+    size_t maxSends;
+  } cases[] = {{10000, 1}, {4096 * 300 + 1000, 5}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.encoded);
+    // 12 bytes of group length, 8 of element header, then the value.
+    const uint32_t valueLength = c.encoded - 20;
+    auto makeDataSet = [valueLength](DICOMDataObject& data) {
+      auto* value = new VR(0x0011, 0x1010, valueLength, true);
+      std::memset(value->Data, 0x5A, valueLength);
+      ASSERT_TRUE(data.Push(value));
+    };
+    DICOMDataObject probe;
+    makeDataSet(probe);
+    ASSERT_EQ(Encoded(&probe, 100).size(), c.encoded);
+
+    Listener listener;
+    RecordingService acceptor;
+    acceptor.SetTimeout(10);
+    int readResult = -1;
+    PeerThread acceptorThread([&] {
+      if (!acceptor.ServeSocket(listener.Accept())) return;
+      DICOMDataObject received;
+      readResult = acceptor.Read(&received);
+      VR* value = received.Find(0x0011, 0x1010);
+      EXPECT_TRUE(value && value->Length == valueLength);
+      DICOMCommandObject end;
+      acceptor.Read(&end);  // answers the release
+    });
+    SendCounting requester;
+    requester.SetApplicationContext(kApplicationContext);
+    requester.AddAbstractSyntax(kCTStorage);
+    requester.SetTimeout(10);
+    ASSERT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 1);
+    uint8_t context = requester.GetAcceptedContexts().at(0).PresentationContextID;
+    DICOMDataObject data;
+    makeDataSet(data);
+    const size_t sendsBefore = requester.sends.size();
+    ASSERT_EQ(requester.Write(&data, kCTStorage), 1);
+    const size_t dataSends = requester.sends.size() - sendsBefore;
+    requester.Close();
+    acceptorThread.Join();
+    EXPECT_EQ(readResult, 1);
+    EXPECT_LE(dataSends, c.maxSends);
+    for (size_t i = sendsBefore; i < sendsBefore + dataSends; ++i)
+      EXPECT_TRUE(WholePDUs(requester.sends[i])) << "send " << i;
+
+    std::vector<RawPDU> pdus = SplitPDUs(acceptor.wire);
+    const size_t count = (c.encoded + 4095) / 4096;
+    ASSERT_EQ(pdus.size(), count + 2) << "the request, the P-DATA-TF and the release";
+    EXPECT_EQ(pdus.back().type, 5);
+    for (size_t i = 0; i < count; ++i) {
+      const RawPDU& pdu = pdus[1 + i];
+      const bool last = i + 1 == count;
+      const uint32_t fragment = last ? c.encoded - 4096 * (count - 1) : 4096;
+      ASSERT_EQ(pdu.type, 4) << i;
+      ASSERT_EQ(pdu.body.size(), fragment + 6) << "PDU length of fragment " << i;
+      uint32_t item =
+          uint32_t(pdu.body[0]) << 24 | pdu.body[1] << 16 | pdu.body[2] << 8 | pdu.body[3];
+      EXPECT_EQ(item, fragment + 2) << i;
+      EXPECT_EQ(pdu.body[4], context) << i;
+      EXPECT_EQ(pdu.body[5], last ? 0x02 : 0x00) << i;
+    }
   }
 }
 
