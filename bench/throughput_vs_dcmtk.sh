@@ -74,7 +74,15 @@ wait_port() {
 input_of() { case "$1" in *-ct) echo "$data/in/ct" ;; *-small) echo "$data/in/small" ;; *) echo "$data/in/large" ;; esac; }
 
 pids=()
-cleanup() { for p in "${pids[@]:-}"; do [[ -n "$p" ]] && kill "$p" 2>/dev/null || true; done; }
+# Receivers run under /usr/bin/time: their own processes are ended, then time's.
+cleanup() {
+  for p in "${pids[@]:-}"; do
+    [[ -n "$p" ]] || continue
+    local child; child=$(pgrep -P "$p" || true)
+    [[ -n "$child" ]] && kill "$child" 2>/dev/null || true
+    kill "$p" 2>/dev/null || true
+  done
+}
 trap cleanup EXIT
 stop() { kill -TERM "$1" 2>/dev/null || true; wait "$1" 2>/dev/null || true; }
 # Stops a receiver started under /usr/bin/time: the receiver itself, so that time reports it.
@@ -94,12 +102,12 @@ start_storescp() {  # folder, or "" for --ignore
 }
 start_serve() {  # folder, extra options
   local out="$work/serve.out"
-  rm -rf "$1.home"
+  rm -rf "$1.home" "$out"  # no port of an earlier pass may be read
   KESTREL_HOME="$1.home" "$timer" -f %M -o "$work/rss" "$kestrel" serve --port 0 --quiet \
     --store "$1" ${2:-} > "$out" 2>"$work/serve.err" &
   rx_pid=$!; pids+=("$rx_pid")
   for _ in $(seq 200); do
-    rx_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$out")
+    rx_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$out" 2>/dev/null)
     [[ -n "$rx_port" ]] && return 0
     sleep 0.05
   done
