@@ -71,7 +71,7 @@ std::string ReadFailure(FileReadResult result, int error, const std::string& syn
 
 // Files from this size on are mapped rather than read: their large values go from the mapping
 // into the PDUs without being read into memory of their own first.
-constexpr uint64_t kMappedFrom = 4 << 20;
+constexpr uint64_t kMappedFrom = 256 << 10;
 
 // The file read once, whole. False, with `error` set, when it cannot be read whole or is not
 // a storage instance: nothing of such a file is sent.
