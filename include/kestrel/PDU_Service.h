@@ -85,9 +85,9 @@ class KESTREL_API PDU_Service : public DICOMCodec {
   int Close();
   // Encodes the object (which the encoding empties) on the accepted presentation context of
   // `abstractSyntax` and sends it in P-DATA-TF fragments of at most 4096 bytes, one PDU per
-  // fragment, flushed one by one. When several contexts carry the abstract syntax, the one the
-  // last message came in on is preferred, so that a response goes back on its request's
-  // context. 0 when no context was accepted for it or the encoding failed.
+  // fragment, whole PDUs handed to SendBytes up to 64 at a time. When several contexts carry the
+  // abstract syntax, the one the last message came in on is preferred, so that a response goes back
+  // on its request's context. 0 when no context was accepted for it or the encoding failed.
   int Write(DICOMCommandObject* commandSet, const UID& abstractSyntax);
   int Write(DICOMDataObject* dataSet, const UID& abstractSyntax);
   // Reads the next complete message into `object` and gives the transfer syntax of its
