@@ -9,8 +9,8 @@
 #include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMFileWriter.h"
-#include "kestrel/FileMapping.h"
 #include "kestrel/DICOMObject.h"
+#include "kestrel/FileMapping.h"
 #include "kestrel/RTC.h"
 
 // Typed values and IOD modules.
