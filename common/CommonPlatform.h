@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace vxcommon {
+namespace KESTREL::common {
 
 // Looks `name` up in the settings file's "SOFTWARE\Vexa Medical\Vexa\Settings" section, fresh
 // from the file on every call. False when the file, the section or the value is missing.
@@ -26,4 +26,4 @@ std::string LocalTimestamp();
 // The operating system's text for an error number.
 std::string ErrorText(int errorCode);
 
-}  // namespace vxcommon
+}  // namespace KESTREL::common

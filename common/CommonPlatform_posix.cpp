@@ -12,7 +12,7 @@
 
 #include "CommonPlatform.h"
 
-namespace vxcommon {
+namespace KESTREL::common {
 namespace {
 
 // The machine-wide registry key the settings file stands for; its name is the section name.
@@ -117,4 +117,4 @@ std::string ErrorText(int errorCode) {
   return strerror_r(errorCode, buffer, sizeof buffer);
 }
 
-}  // namespace vxcommon
+}  // namespace KESTREL::common

@@ -40,15 +40,15 @@ std::string OneLine(const std::string& text) {
 
 void WriteLine(const std::string& text, int level) {
   std::string line =
-      vxcommon::LocalTimestamp() + " [" + std::to_string(level) + "] " + OneLine(text) + "\n";
+      KESTREL::common::LocalTimestamp() + " [" + std::to_string(level) + "] " + OneLine(text) + "\n";
   std::string directory;
   // The log is as fresh as the settings: a changed "Log Dir" counts from the next line on.
-  if (vxcommon::ReadSetting("Log Dir", &directory) && !directory.empty() &&
-      vxcommon::AppendToFile(directory + kLogFileName, line)) {
+  if (KESTREL::common::ReadSetting("Log Dir", &directory) && !directory.empty() &&
+      KESTREL::common::AppendToFile(directory + kLogFileName, line)) {
     return;
   }
   // Standard error belongs to the host program: only errors and warnings go there.
-  if (level <= kWarning) vxcommon::WriteToStandardError(line);
+  if (level <= kWarning) KESTREL::common::WriteToStandardError(line);
 }
 
 // A setting is read each time it is needed, so a missing one would otherwise be reported once
@@ -58,7 +58,7 @@ void WriteLine(const std::string& text, int level) {
 // goes to the log file only, never to the host program's standard error.
 void ReportMissing(const std::string& name, int flag) {
   if (!flag) return;
-  const std::string file = vxcommon::SettingsFilePath();
+  const std::string file = KESTREL::common::SettingsFilePath();
   static std::mutex mutex;
   static std::set<std::pair<std::string, std::string>> reported;
   {
@@ -72,14 +72,14 @@ void ReportMissing(const std::string& name, int flag) {
 
 std::string GetRegLocalMachineStr(const std::string& name, int flag) {
   std::string value;
-  if (vxcommon::ReadSetting(name, &value)) return value;
+  if (KESTREL::common::ReadSetting(name, &value)) return value;
   ReportMissing(name, flag);
   return std::string();
 }
 
 int GetRegLocalMachineInt(const std::string& name, int flag) {
   std::string text;
-  if (vxcommon::ReadSetting(name, &text) && !text.empty()) {
+  if (KESTREL::common::ReadSetting(name, &text) && !text.empty()) {
     char* end = nullptr;
     errno = 0;
     long value = std::strtol(text.c_str(), &end, 0);
@@ -95,7 +95,7 @@ void Log(const std::string& text, int level) { WriteLine(text, level); }
 
 void LogFileError(const std::string& text, int level, int errorCode) {
   std::string line = "File error: " + text;
-  if (errorCode != 0) line += ": " + vxcommon::ErrorText(errorCode);
+  if (errorCode != 0) line += ": " + KESTREL::common::ErrorText(errorCode);
   WriteLine(line, level);
 }
 

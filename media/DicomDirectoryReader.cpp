@@ -16,8 +16,8 @@
 #include "RecordTypes.h"
 
 namespace fs = std::filesystem;
-using dicomdir::Record;
-using dicomdir::Tag;
+using KESTREL::dicomdir::Record;
+using KESTREL::dicomdir::Tag;
 
 namespace {
 
@@ -59,7 +59,7 @@ bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& bytes, std::st
 
 class DicomDirectoryReader {
  public:
-  DicomDirectoryReader(CDicomDirectory& directory, const dicomdir::Directory& parsed,
+  DicomDirectoryReader(CDicomDirectory& directory, const KESTREL::dicomdir::Directory& parsed,
                        size_t fileSize)
       : directory_(directory), parsed_(parsed), fileSize_(fileSize) {
     for (size_t i = 0; i < parsed.records.size(); ++i) index_[parsed.records[i].offset] = i;
@@ -117,7 +117,7 @@ class DicomDirectoryReader {
 
   std::string Type(const Record& record) {
     std::string type = record.Text(kType);
-    if (!dicomdir::IsKnownRecordType(type))
+    if (!KESTREL::dicomdir::IsKnownRecordType(type))
       Problem("the record at byte " + std::to_string(record.offset) + " has the unknown type \"" +
               type + "\"");
     return type;
@@ -134,7 +134,7 @@ class DicomDirectoryReader {
     node.InstanceNumber = record.Text(Tag(0x0020, 0x0013));
     if (node.FileID.empty()) return;
     std::string why;
-    node.Path = dicomdir::ResolveFileID(base_, node.FileID, why);
+    node.Path = KESTREL::dicomdir::ResolveFileID(base_, node.FileID, why);
     if (node.Path.empty())
       Problem("the record at byte " + std::to_string(record.offset) + ": " + why);
   }
@@ -246,7 +246,7 @@ class DicomDirectoryReader {
   }
 
   CDicomDirectory& directory_;
-  const dicomdir::Directory& parsed_;
+  const KESTREL::dicomdir::Directory& parsed_;
   size_t fileSize_;
   std::string base_;
   std::map<uint32_t, size_t> index_;
@@ -280,13 +280,13 @@ int CDicomDirectory::Open(const std::string& path) {
   std::error_code ec;
   if (fs::is_directory(path, ec)) {
     std::string why;
-    path_ = dicomdir::ResolveFileID(path, "DICOMDIR", why);
+    path_ = KESTREL::dicomdir::ResolveFileID(path, "DICOMDIR", why);
     if (path_.empty()) return fail("no DICOMDIR in " + path);
   }
   std::vector<uint8_t> bytes;
-  dicomdir::Directory parsed;
+  KESTREL::dicomdir::Directory parsed;
   std::string error;
-  if (!ReadWholeFile(path_, bytes, error) || !dicomdir::Parse(bytes, parsed, error))
+  if (!ReadWholeFile(path_, bytes, error) || !KESTREL::dicomdir::Parse(bytes, parsed, error))
     return fail(error);
   if (!parsed.mediaStorageSOPClass.empty() && parsed.mediaStorageSOPClass != kMediaStorageDirectory)
     return fail("the file is not a media directory but of the SOP class " +

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 namespace {
 
@@ -278,4 +278,4 @@ bool Parse(const std::vector<uint8_t>& file, Directory& directory, std::string& 
   return false;
 }
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 constexpr uint32_t Tag(uint16_t group, uint16_t element) {
   return static_cast<uint32_t>(group) << 16 | element;
@@ -51,4 +51,4 @@ constexpr int kMaxDepth = 16;
 [[nodiscard]] bool Parse(const std::vector<uint8_t>& file, Directory& directory,
                          std::string& error);
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

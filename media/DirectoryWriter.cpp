@@ -12,7 +12,7 @@
 
 namespace fs = std::filesystem;
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 namespace {
 
@@ -241,4 +241,4 @@ bool WriteDirectory(const std::string& path, const std::string& fileSetID,
   return WriteFile(path, file, error);
 }
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 struct OutElement {
   uint32_t tag = 0;
@@ -32,4 +32,4 @@ struct OutRecord {
 [[nodiscard]] bool WriteDirectory(const std::string& path, const std::string& fileSetID,
                                   const std::vector<OutRecord>& roots, std::string& error);
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

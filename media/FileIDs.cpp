@@ -5,7 +5,7 @@
 
 namespace fs = std::filesystem;
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::string ResolveFileID(const std::string& base, const std::string& fileID, st
   return path.string();
 }
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 constexpr size_t kMaxComponents = 8;
 constexpr size_t kMaxComponentLength = 8;
@@ -26,4 +26,4 @@ constexpr size_t kMaxComponentLength = 8;
 // file is not there.
 std::string ResolveFileID(const std::string& base, const std::string& fileID, std::string& why);
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

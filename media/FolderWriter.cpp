@@ -23,10 +23,10 @@
 #include "RecordTypes.h"
 
 namespace fs = std::filesystem;
-using dicomdir::OutElement;
-using dicomdir::OutRecord;
-using dicomdir::RecordKeys;
-using dicomdir::Tag;
+using KESTREL::dicomdir::OutElement;
+using KESTREL::dicomdir::OutRecord;
+using KESTREL::dicomdir::RecordKeys;
+using KESTREL::dicomdir::Tag;
 
 namespace {
 
@@ -58,7 +58,7 @@ std::vector<OutElement> KeyValues(DICOMObject* object, const RecordKeys& keys,
   std::vector<OutElement> out;
   if (!charset.empty()) out.push_back({Tag(0x0008, 0x0005), "CS", charset, {}});
   for (int i = 0; i < keys.count; ++i) {
-    const dicomdir::KeyAttribute& key = keys.keys[i];
+    const KESTREL::dicomdir::KeyAttribute& key = keys.keys[i];
     out.push_back({Tag(key.group, key.element), key.vr, Text(object, key.group, key.element), {}});
   }
   return out;
@@ -105,7 +105,7 @@ bool ScanFile(const fs::path& path, ScannedFile& file, std::string& why) {
     why = "lacks its transfer syntax, SOP class, SOP instance, study or series UID";
     return false;
   }
-  file.objectKeys = dicomdir::ObjectKeys(file.sopClass, o->Find(0x7FE0, 0x0010) != nullptr);
+  file.objectKeys = KESTREL::dicomdir::ObjectKeys(file.sopClass, o->Find(0x7FE0, 0x0010) != nullptr);
   if (!file.objectKeys) {
     why = "is of the SOP class " + file.sopClass + ", which has no directory record type";
     return false;
@@ -113,9 +113,9 @@ bool ScanFile(const fs::path& path, ScannedFile& file, std::string& why) {
   file.charset = Text(o, 0x0008, 0x0005);
   file.patientID = Text(o, 0x0010, 0x0020);
   file.instanceNumber = std::strtol(Text(o, 0x0020, 0x0013).c_str(), nullptr, 10);
-  file.patientKeys = KeyValues(o, dicomdir::PatientKeys(), file.charset);
-  file.studyKeys = KeyValues(o, dicomdir::StudyKeys(), file.charset);
-  file.seriesKeys = KeyValues(o, dicomdir::SeriesKeys(), file.charset);
+  file.patientKeys = KeyValues(o, KESTREL::dicomdir::PatientKeys(), file.charset);
+  file.studyKeys = KeyValues(o, KESTREL::dicomdir::StudyKeys(), file.charset);
+  file.seriesKeys = KeyValues(o, KESTREL::dicomdir::SeriesKeys(), file.charset);
   file.objectValues = KeyValues(o, *file.objectKeys, file.charset);
   if (file.objectKeys->codeSequence) file.objectValues.push_back(ConceptName(o));
   return true;
@@ -148,7 +148,7 @@ std::vector<ScannedFile> ScanFolder(const fs::path& folder, std::vector<std::str
     ScannedFile file;
     std::string why;
     file.sourcePath = path.string();
-    if (!dicomdir::MakeFileID(relative.generic_string(), file.fileID, why)) {
+    if (!KESTREL::dicomdir::MakeFileID(relative.generic_string(), file.fileID, why)) {
       refused.push_back(relative.generic_string() + ": " + why);
       continue;
     }
@@ -190,12 +190,12 @@ std::vector<OutRecord> BuildTree(std::vector<ScannedFile>& files) {
   std::vector<OutRecord> patients;
   for (const auto& [patientID, studies] : tree) {
     const ScannedFile& first = *studies.begin()->second.begin()->second.front();
-    patients.push_back(Structure(dicomdir::PatientKeys(), first.patientKeys));
+    patients.push_back(Structure(KESTREL::dicomdir::PatientKeys(), first.patientKeys));
     for (const auto& [studyUID, seriesMap] : studies) {
       OutRecord study =
-          Structure(dicomdir::StudyKeys(), seriesMap.begin()->second.front()->studyKeys);
+          Structure(KESTREL::dicomdir::StudyKeys(), seriesMap.begin()->second.front()->studyKeys);
       for (const auto& [seriesUID, members] : seriesMap) {
-        OutRecord series = Structure(dicomdir::SeriesKeys(), members.front()->seriesKeys);
+        OutRecord series = Structure(KESTREL::dicomdir::SeriesKeys(), members.front()->seriesKeys);
         for (const ScannedFile* file : members) series.children.push_back(ObjectRecord(*file));
         study.children.push_back(std::move(series));
       }
@@ -266,7 +266,7 @@ int CDicomDirectory::WriteForFolder(const std::string& folder, const std::string
                                Listed(refused));
   std::vector<OutRecord> roots = BuildTree(files);
   std::string error;
-  if (!dicomdir::WriteDirectory((fs::path(folder) / "DICOMDIR").string(), fileSetID, roots, error))
+  if (!KESTREL::dicomdir::WriteDirectory((fs::path(folder) / "DICOMDIR").string(), fileSetID, roots, error))
     return Fail(operation, error);
   return 1;
 }

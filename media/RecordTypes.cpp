@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 namespace {
 
@@ -146,4 +146,4 @@ const RecordKeys* ObjectKeys(const std::string& sopClassUID, bool hasPixelData) 
   return hasPixelData ? &kImageRecord : nullptr;
 }
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

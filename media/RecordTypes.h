@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-namespace dicomdir {
+namespace KESTREL::dicomdir {
 
 // Whether PS3.3 defines the record type (current or retired).
 [[nodiscard]] bool IsKnownRecordType(const std::string& type);
@@ -32,4 +32,4 @@ const RecordKeys& SeriesKeys();
 // IMAGE for an object with pixel data, null for anything else.
 const RecordKeys* ObjectKeys(const std::string& sopClassUID, bool hasPixelData);
 
-}  // namespace dicomdir
+}  // namespace KESTREL::dicomdir

@@ -10,7 +10,7 @@
 #include "Elements.h"
 #include "FindClient.h"
 
-namespace el = query_elements;
+namespace el = KESTREL::query_elements;
 
 namespace {
 
@@ -82,7 +82,7 @@ int CMitraReportQuery::Query(const std::string& studyInstanceUID, const std::str
     if (status) *status = KESTREL::KESTREL_STATUS_WRITE_FAILED;
     return 0;
   }
-  query_client::FindAssociation association;
+  KESTREL::query_client::FindAssociation association;
   if (!association.Open(*this, host, port, callingAE, calledAE, status)) return 0;
   state_->series.clear();
   state_->askingSeries = true;

@@ -4,7 +4,7 @@
 #include "QueryRequest.h"
 
 namespace {
-constexpr query_layouts::Root kRoot = query_layouts::Root::kPatient;
+constexpr KESTREL::query_layouts::Root kRoot = KESTREL::query_layouts::Root::kPatient;
 }
 
 struct CPatientRootQuery::State {
@@ -12,8 +12,8 @@ struct CPatientRootQuery::State {
     settings.root = kRoot;
     settings.operation = "CPatientRootQuery::SearchOn()";
   }
-  query_request::Requester requester;
-  image_search::Settings settings;
+  KESTREL::query_request::Requester requester;
+  KESTREL::image_search::Settings settings;
 };
 
 CPatientRootQuery::CPatientRootQuery(CResultsArray* pResults)
@@ -34,12 +34,12 @@ int CPatientRootQuery::Query(const std::string& level, const std::string& host,
 }
 
 int CPatientRootQuery::GetResultSize(const std::string& level) {
-  return query_request::Requester::ResultSize(kRoot, level);
+  return KESTREL::query_request::Requester::ResultSize(kRoot, level);
 }
 
 const char* CPatientRootQuery::GetResultName(const std::string& level, int slot, uint16_t* group,
                                              uint16_t* element) {
-  return query_request::Requester::ResultName(kRoot, level, slot, group, element);
+  return KESTREL::query_request::Requester::ResultName(kRoot, level, slot, group, element);
 }
 
 int CPatientRootQuery::CallBack(DICOMCommandObject* response, DICOMDataObject* match) {
@@ -54,9 +54,9 @@ void CPatientRootQuery::SetRetrieveAETitle(const std::string& aeTitle) {
 }
 
 int CPatientRootQuery::Answer(PDU_Service* pdu, DICOMCommandObject* request) {
-  return query_provider::Answer(state_->settings, pdu, request);
+  return KESTREL::query_provider::Answer(state_->settings, pdu, request);
 }
 
 int CPatientRootQuery::SearchOn(DICOMDataObject* query, Array<DICOMDataObject*>* matches) {
-  return query_provider::SearchOn(state_->settings, query, matches);
+  return KESTREL::query_provider::SearchOn(state_->settings, query, matches);
 }

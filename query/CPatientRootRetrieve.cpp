@@ -6,15 +6,15 @@
 #include "RetrieveCore.h"
 
 namespace {
-using query_layouts::Level;
-constexpr query_layouts::Root kRoot = query_layouts::Root::kPatient;
+using KESTREL::query_layouts::Level;
+constexpr KESTREL::query_layouts::Root kRoot = KESTREL::query_layouts::Root::kPatient;
 constexpr char kWriteFailure[] = "ERROR: Unable to write DICOM object.\r\n";
 }  // namespace
 
 struct CPatientRootRetrieve::State {
   CDatabase* database = nullptr;
   std::string destination;
-  retrieve_core::StorageClasses classes;
+  KESTREL::retrieve::StorageClasses classes;
 };
 
 CPatientRootRetrieve::CPatientRootRetrieve(CResultsArray* pResults)
@@ -35,7 +35,7 @@ void CPatientRootRetrieve::Retrieve(const std::string& patientID, const std::str
                                     const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   level_ = "PATIENT ";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kPatient, patientID, "", "", ""));
+      KESTREL::retrieve::NewIdentifier(Level::kPatient, patientID, "", "", ""));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
@@ -45,7 +45,7 @@ void CPatientRootRetrieve::Retrieve(const std::string& patientID, const std::str
                                     KESTREL::KESTREL_STATUS* status) {
   level_ = "STUDY ";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kStudy, patientID, studyUID, "", ""));
+      KESTREL::retrieve::NewIdentifier(Level::kStudy, patientID, studyUID, "", ""));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
@@ -55,7 +55,7 @@ void CPatientRootRetrieve::Retrieve(const std::string& patientID, const std::str
                                     const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   level_ = "SERIES";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kSeries, patientID, studyUID, seriesUID, ""));
+      KESTREL::retrieve::NewIdentifier(Level::kSeries, patientID, studyUID, seriesUID, ""));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
@@ -66,14 +66,14 @@ void CPatientRootRetrieve::Retrieve(const std::string& patientID, const std::str
                                     KESTREL::KESTREL_STATUS* status) {
   level_ = "IMAGE ";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kImage, patientID, studyUID, seriesUID, sopInstanceUID));
+      KESTREL::retrieve::NewIdentifier(Level::kImage, patientID, studyUID, seriesUID, sopInstanceUID));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
 int CPatientRootRetrieve::Client(DICOMDataObject* identifier, const std::string& host,
                                  const std::string& port, const std::string& callingAE,
                                  const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
-  return retrieve_core::RunClient(*this, identifier, {host, port, callingAE, calledAE},
+  return KESTREL::retrieve::RunClient(*this, identifier, {host, port, callingAE, calledAE},
                                   state_->destination, kWriteFailure, status);
 }
 
@@ -84,22 +84,22 @@ void CPatientRootRetrieve::SetMoveDestination(const std::string& aeTitle) {
 void CPatientRootRetrieve::SetDatabase(CDatabase* pDatabase) { state_->database = pDatabase; }
 
 int CPatientRootRetrieve::SearchOn(DICOMDataObject* identifier, Array<DICOMDataObject*>* matches) {
-  return retrieve_core::Search(state_->database, kRoot, identifier, matches);
+  return KESTREL::retrieve::Search(state_->database, kRoot, identifier, matches);
 }
 
 int CPatientRootRetrieve::RetrieveOn(DICOMDataObject* match, DICOMDataObject** objectToSend,
                                      StandardStorage** storageClass) {
-  return retrieve_core::OpenMatch(kRoot, imageDirectory_, match, objectToSend, storageClass,
+  return KESTREL::retrieve::OpenMatch(kRoot, imageDirectory_, match, objectToSend, storageClass,
                                   state_->classes);
 }
 
 int CPatientRootRetrieve::QualifyOn(unsigned char* moveDestinationAE, unsigned char* localAE,
                                     unsigned char* host, unsigned char* port) {
-  return retrieve_core::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE, host,
+  return KESTREL::retrieve::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE, host,
                                 port);
 }
 
 int CPatientRootRetrieve::CallBack(DICOMCommandObject* response, DICOMDataObject* identifier) {
-  retrieve_core::AddResponseRow(results_, response, identifier);
+  KESTREL::retrieve::AddResponseRow(results_, response, identifier);
   return 0;
 }

@@ -6,7 +6,7 @@
 #include "StudyRows.h"
 
 namespace {
-constexpr query_layouts::Root kRoot = query_layouts::Root::kStudy;
+constexpr KESTREL::query_layouts::Root kRoot = KESTREL::query_layouts::Root::kStudy;
 }
 
 struct CStudyRootQuery::State {
@@ -14,9 +14,9 @@ struct CStudyRootQuery::State {
     settings.root = kRoot;
     settings.operation = "CStudyRootQuery::SearchOn()";
   }
-  query_request::Requester requester;
+  KESTREL::query_request::Requester requester;
   CResultsArray* results;
-  image_search::Settings settings;
+  KESTREL::image_search::Settings settings;
 };
 
 CStudyRootQuery::CStudyRootQuery(CResultsArray* pResults)
@@ -37,12 +37,12 @@ int CStudyRootQuery::Query(const std::string& level, const std::string& host,
 }
 
 int CStudyRootQuery::GetResultSize(const std::string& level) {
-  return query_request::Requester::ResultSize(kRoot, level);
+  return KESTREL::query_request::Requester::ResultSize(kRoot, level);
 }
 
 const char* CStudyRootQuery::GetResultName(const std::string& level, int slot, uint16_t* group,
                                            uint16_t* element) {
-  return query_request::Requester::ResultName(kRoot, level, slot, group, element);
+  return KESTREL::query_request::Requester::ResultName(kRoot, level, slot, group, element);
 }
 
 int CStudyRootQuery::CallBack(DICOMCommandObject* response, DICOMDataObject* match) {
@@ -57,11 +57,11 @@ void CStudyRootQuery::SetRetrieveAETitle(const std::string& aeTitle) {
 }
 
 int CStudyRootQuery::Answer(PDU_Service* pdu, DICOMCommandObject* request) {
-  return query_provider::Answer(state_->settings, pdu, request);
+  return KESTREL::query_provider::Answer(state_->settings, pdu, request);
 }
 
 int CStudyRootQuery::SearchOn(DICOMDataObject* query, Array<DICOMDataObject*>* matches) {
-  return query_provider::SearchOn(state_->settings, query, matches);
+  return KESTREL::query_provider::SearchOn(state_->settings, query, matches);
 }
 
 int CStudyRootQuery::StudyQuery(const std::string& studyInstanceUID, const std::string& patientID,
@@ -77,7 +77,7 @@ int CStudyRootQuery::StudyQuery(const std::string& studyInstanceUID, const std::
   if (!keys.empty()) studies.Filter += " AND " + keys;
   studies.Sort = "[StudyDate], [StudyTime]";
   if (!studies.Open()) return 0;
-  study_rows::AddRows(studies, state_->results);
+  KESTREL::study_rows::AddRows(studies, state_->results);
   studies.Close();
   return 1;
 }

@@ -6,15 +6,15 @@
 #include "RetrieveCore.h"
 
 namespace {
-using query_layouts::Level;
-constexpr query_layouts::Root kRoot = query_layouts::Root::kStudy;
+using KESTREL::query_layouts::Level;
+constexpr KESTREL::query_layouts::Root kRoot = KESTREL::query_layouts::Root::kStudy;
 constexpr char kWriteFailure[] = "ERROR: Unable to write DICOM object (Study Root Retrieve).\r\n";
 }  // namespace
 
 struct CStudyRootRetrieve::State {
   CDatabase* database = nullptr;
   std::string destination;
-  retrieve_core::StorageClasses classes;
+  KESTREL::retrieve::StorageClasses classes;
 };
 
 CStudyRootRetrieve::CStudyRootRetrieve(CResultsArray* pResults)
@@ -36,7 +36,7 @@ void CStudyRootRetrieve::Retrieve(const std::string& studyUID, const std::string
                                   const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   level_ = "STUDY ";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kStudy, "", studyUID, "", ""));
+      KESTREL::retrieve::NewIdentifier(Level::kStudy, "", studyUID, "", ""));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
@@ -46,7 +46,7 @@ void CStudyRootRetrieve::Retrieve(const std::string& studyUID, const std::string
                                   KESTREL::KESTREL_STATUS* status) {
   level_ = "SERIES";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kSeries, "", studyUID, seriesUID, ""));
+      KESTREL::retrieve::NewIdentifier(Level::kSeries, "", studyUID, seriesUID, ""));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
@@ -56,14 +56,14 @@ void CStudyRootRetrieve::Retrieve(const std::string& studyUID, const std::string
                                   const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   level_ = "IMAGE ";
   std::unique_ptr<DICOMDataObject> identifier(
-      retrieve_core::NewIdentifier(Level::kImage, "", studyUID, seriesUID, sopInstanceUID));
+      KESTREL::retrieve::NewIdentifier(Level::kImage, "", studyUID, seriesUID, sopInstanceUID));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
 int CStudyRootRetrieve::Client(DICOMDataObject* identifier, const std::string& host,
                                const std::string& port, const std::string& callingAE,
                                const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
-  return retrieve_core::RunClient(*this, identifier, {host, port, callingAE, calledAE},
+  return KESTREL::retrieve::RunClient(*this, identifier, {host, port, callingAE, calledAE},
                                   state_->destination, kWriteFailure, status);
 }
 
@@ -74,22 +74,22 @@ void CStudyRootRetrieve::SetMoveDestination(const std::string& aeTitle) {
 void CStudyRootRetrieve::SetDatabase(CDatabase* pDatabase) { state_->database = pDatabase; }
 
 int CStudyRootRetrieve::SearchOn(DICOMDataObject* identifier, Array<DICOMDataObject*>* matches) {
-  return retrieve_core::Search(state_->database, kRoot, identifier, matches);
+  return KESTREL::retrieve::Search(state_->database, kRoot, identifier, matches);
 }
 
 int CStudyRootRetrieve::RetrieveOn(DICOMDataObject* match, DICOMDataObject** objectToSend,
                                    StandardStorage** storageClass) {
-  return retrieve_core::OpenMatch(kRoot, imageDirectory_, match, objectToSend, storageClass,
+  return KESTREL::retrieve::OpenMatch(kRoot, imageDirectory_, match, objectToSend, storageClass,
                                   state_->classes);
 }
 
 int CStudyRootRetrieve::QualifyOn(unsigned char* moveDestinationAE, unsigned char* localAE,
                                   unsigned char* host, unsigned char* port) {
-  return retrieve_core::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE, host,
+  return KESTREL::retrieve::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE, host,
                                 port);
 }
 
 int CStudyRootRetrieve::CallBack(DICOMCommandObject* response, DICOMDataObject* identifier) {
-  retrieve_core::AddResponseRow(results_, response, identifier);
+  KESTREL::retrieve::AddResponseRow(results_, response, identifier);
   return 0;
 }

@@ -1,6 +1,6 @@
 #include "ColumnRecordset.h"
 
-namespace query_records {
+namespace KESTREL::query_records {
 
 ColumnRecordset::ColumnRecordset(CDatabase* database, size_t columns)
     : CRecordset(database), values_(columns) {
@@ -21,4 +21,4 @@ const std::string* ColumnRecordset::Value(size_t column) const {
   return &values_[column];
 }
 
-}  // namespace query_records
+}  // namespace KESTREL::query_records

@@ -8,7 +8,7 @@
 
 #include "kestrel/CRecordset.h"
 
-namespace query_records {
+namespace KESTREL::query_records {
 
 class ColumnRecordset : public CRecordset {
  public:
@@ -28,4 +28,4 @@ class ColumnRecordset : public CRecordset {
   std::vector<std::string> values_;
 };
 
-}  // namespace query_records
+}  // namespace KESTREL::query_records

@@ -7,7 +7,7 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/KeyMatching.h"
 
-namespace query_elements {
+namespace KESTREL::query_elements {
 
 uint16_t TypeCodeOf(const char* vr) { return MakeTypeCode(vr[0], vr[1]); }
 
@@ -69,4 +69,4 @@ bool ExpandSequence(VR* element) {
   return codec.ExpandSequenceValue(element);
 }
 
-}  // namespace query_elements
+}  // namespace KESTREL::query_elements

@@ -10,7 +10,7 @@ class DICOMObject;
 class DICOMDataObject;
 class VR;
 
-namespace query_elements {
+namespace KESTREL::query_elements {
 
 // The two letters of a VR packed as VR::TypeCode holds them.
 uint16_t TypeCodeOf(const char* vr);
@@ -33,4 +33,4 @@ std::string Text(const VR* element);
 // value at all.
 [[nodiscard]] bool ExpandSequence(VR* element);
 
-}  // namespace query_elements
+}  // namespace KESTREL::query_elements

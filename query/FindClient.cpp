@@ -3,7 +3,7 @@
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/StandardQuery.h"
 
-namespace query_client {
+namespace KESTREL::query_client {
 
 namespace {
 
@@ -57,4 +57,4 @@ void FindAssociation::Close(KESTREL::KESTREL_STATUS* status) {
   SetStatus(status, KESTREL::KESTREL_STATUS_OK);
 }
 
-}  // namespace query_client
+}  // namespace KESTREL::query_client

@@ -12,7 +12,7 @@
 class DICOMDataObject;
 class StandardQuery;
 
-namespace query_client {
+namespace KESTREL::query_client {
 
 class FindAssociation {
  public:
@@ -39,4 +39,4 @@ class FindAssociation {
   PDU_Service association_{"pdu.txt"};
 };
 
-}  // namespace query_client
+}  // namespace KESTREL::query_client

@@ -1,10 +1,10 @@
 #include "ImageAttributes.h"
 
-namespace image_attributes {
+namespace KESTREL::image_attributes {
 
 namespace {
 
-using query_layouts::Level;
+using KESTREL::query_layouts::Level;
 
 constexpr Level P = Level::kPatient, St = Level::kStudy, Se = Level::kSeries, I = Level::kImage;
 
@@ -267,8 +267,8 @@ const Attribute* FindAttribute(uint16_t group, uint16_t element) {
   return nullptr;
 }
 
-Table SourceTable(const Attribute& attribute, query_layouts::Level level) {
-  if (level == query_layouts::Level::kNone || attribute.home > level) return kTables;
+Table SourceTable(const Attribute& attribute, KESTREL::query_layouts::Level level) {
+  if (level == KESTREL::query_layouts::Level::kNone || attribute.home > level) return kTables;
   for (int table = TableOf(level); table >= TableOf(attribute.home); --table)
     if (attribute.columns[table]) return static_cast<Table>(table);
   return kTables;
@@ -285,4 +285,4 @@ const char* JoinCondition(Table upper, Table lower) {
   return nullptr;
 }
 
-}  // namespace image_attributes
+}  // namespace KESTREL::image_attributes

@@ -7,7 +7,7 @@
 
 #include "QueryLayouts.h"
 
-namespace image_attributes {
+namespace KESTREL::image_attributes {
 
 // The four tables, in the order of the levels they hold.
 enum Table { kPatient = 0, kStudy = 1, kSeries = 2, kImage = 3, kTables = 4 };
@@ -22,7 +22,7 @@ struct Attribute {
   uint16_t group;
   uint16_t element;
   const char* vr;
-  query_layouts::Level home;  // the level the attribute belongs to (PS3.4 C.6.1.1, C.6.2.1)
+  KESTREL::query_layouts::Level home;  // the level the attribute belongs to (PS3.4 C.6.1.1, C.6.2.1)
   Kind kind;
   // The column holding it in each table (bracketed, table-qualified), or null. For kCount,
   // the subquery, at the index of the table it counts for.
@@ -33,16 +33,16 @@ struct Attribute {
 const Attribute* FindAttribute(uint16_t group, uint16_t element);
 
 // The table that holds the rows of a level.
-inline Table TableOf(query_layouts::Level level) {
+inline Table TableOf(KESTREL::query_layouts::Level level) {
   return static_cast<Table>(static_cast<int>(level) - 1);
 }
 
 // The table whose column answers `attribute` for a query at `level`: the deepest table from
 // the level's up to the attribute's own level that has a column for it; kTables when the
 // attribute is below the level (it cannot be asked for there) or no table has it.
-Table SourceTable(const Attribute& attribute, query_layouts::Level level);
+Table SourceTable(const Attribute& attribute, KESTREL::query_layouts::Level level);
 
 // The join conditions of the tables (bracketed), for a query whose FROM holds those of `used`.
 const char* JoinCondition(Table upper, Table lower);
 
-}  // namespace image_attributes
+}  // namespace KESTREL::image_attributes

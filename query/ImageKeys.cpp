@@ -8,14 +8,14 @@
 #include "ColumnRecordset.h"
 #include "Elements.h"
 
-namespace el = query_elements;
-namespace attr = image_attributes;
+namespace el = KESTREL::query_elements;
+namespace attr = KESTREL::image_attributes;
 
-namespace image_keys {
+namespace KESTREL::image_keys {
 
 namespace {
 
-using query_layouts::Level;
+using KESTREL::query_layouts::Level;
 
 constexpr size_t kMaxListInSql = 500;  // longer UID lists are matched row by row only
 
@@ -140,7 +140,7 @@ Request ReadRequest(DICOMDataObject* identifier) {
     std::unique_ptr<VR> element(popped);
     if (element->Element == 0) continue;  // group lengths
     if (IsTag(element.get(), 0x0008, 0x0052)) {
-      request.level = query_layouts::LevelOf(el::Text(element.get()));
+      request.level = KESTREL::query_layouts::LevelOf(el::Text(element.get()));
       continue;
     }
     if (IsTag(element.get(), 0x0008, 0x0005)) {
@@ -171,7 +171,7 @@ Statement BuildStatement(Request& request, bool postgres) {
     used[key.source] = true;
     key.column = static_cast<int>(select.size());
     select.push_back(std::string(key.attribute->columns[key.source]) + " AS " +
-                     query_records::ColumnRecordset::Name(select.size()));
+                     KESTREL::query_records::ColumnRecordset::Name(select.size()));
     conditions.push_back(Condition(key, postgres));
   }
   if (select.empty()) select.push_back(std::string(kTableKeys[levelTable]) + " AS a0");
@@ -208,4 +208,4 @@ std::string AnswerText(const std::string& value) {
   return KESTREL::TrimPadding(KESTREL::ToUTF8(value, std::string()));
 }
 
-}  // namespace image_keys
+}  // namespace KESTREL::image_keys

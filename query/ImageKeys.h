@@ -12,7 +12,7 @@
 
 class DICOMDataObject;
 
-namespace image_keys {
+namespace KESTREL::image_keys {
 
 struct Key {
   uint16_t group = 0;
@@ -20,13 +20,13 @@ struct Key {
   uint16_t typeCode = 0;  // as it came
   std::string value;      // in UTF-8, without padding
   bool sequence = false;
-  const image_attributes::Attribute* attribute = nullptr;      // null: the database has it not
-  image_attributes::Table source = image_attributes::kTables;  // kTables: answered empty
+  const KESTREL::image_attributes::Attribute* attribute = nullptr;      // null: the database has it not
+  KESTREL::image_attributes::Table source = KESTREL::image_attributes::kTables;  // kTables: answered empty
   int column = -1;  // its column in the statement's select list
 };
 
 struct Request {
-  query_layouts::Level level = query_layouts::Level::kNone;
+  KESTREL::query_layouts::Level level = KESTREL::query_layouts::Level::kNone;
   bool askedCharacterSet = false;
   std::vector<Key> keys;  // in the order of the identifier, without level and character set
 };
@@ -54,4 +54,4 @@ bool KeyMatches(const Key& key, const std::string* value);
 // UTF-8 is read as ISO 8859-1).
 std::string AnswerText(const std::string& value);
 
-}  // namespace image_keys
+}  // namespace KESTREL::image_keys

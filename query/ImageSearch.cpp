@@ -16,15 +16,15 @@
 #include "Elements.h"
 #include "ImageKeys.h"
 
-namespace el = query_elements;
-namespace keys = image_keys;
+namespace el = KESTREL::query_elements;
+namespace keys = KESTREL::image_keys;
 
-namespace image_search {
+namespace KESTREL::image_search {
 
 namespace {
 
-using query_layouts::Level;
-using query_layouts::Root;
+using KESTREL::query_layouts::Level;
+using KESTREL::query_layouts::Root;
 
 constexpr char kImageDatabase[] = "ODBC;DSN=DICOMServer;UID=admin";
 
@@ -70,7 +70,7 @@ class ImageMatches : public FindMatchSource {
       CDatabase* database = Database();
       const bool postgres = database->GetDBMSName() == "PostgreSQL";
       keys::Statement statement = keys::BuildStatement(request_, postgres);
-      rows_ = std::make_unique<query_records::ColumnRecordset>(database, statement.columns);
+      rows_ = std::make_unique<KESTREL::query_records::ColumnRecordset>(database, statement.columns);
       rows_->Filter = statement.filter;
       rows_->Open(CRecordset::kUseDefaultType, statement.sql.c_str());
     } catch (const CDBException& e) {
@@ -155,7 +155,7 @@ class ImageMatches : public FindMatchSource {
       if (!element || !answer->Push(element.get())) return nullptr;
       element.release();
     }
-    if (!el::PushText(answer.get(), 0x0008, 0x0052, query_layouts::LevelKeyword(request_.level),
+    if (!el::PushText(answer.get(), 0x0008, 0x0052, KESTREL::query_layouts::LevelKeyword(request_.level),
                       "CS"))
       return nullptr;
     // The database holds UTF-8 (ISO_IR 192, PS3.3 C.12.1.1.2); plain ASCII needs no term.
@@ -168,7 +168,7 @@ class ImageMatches : public FindMatchSource {
   Settings settings_;
   keys::Request request_;
   std::unique_ptr<CDatabase> own_;
-  std::unique_ptr<query_records::ColumnRecordset> rows_;
+  std::unique_ptr<KESTREL::query_records::ColumnRecordset> rows_;
   uint16_t failure_ = 0;
 };
 
@@ -180,4 +180,4 @@ std::unique_ptr<FindMatchSource> OpenSearch(const Settings& settings, DICOMDataO
   return matches;
 }
 
-}  // namespace image_search
+}  // namespace KESTREL::image_search

@@ -18,10 +18,10 @@
 class CDatabase;
 class DICOMDataObject;
 
-namespace image_search {
+namespace KESTREL::image_search {
 
 struct Settings {
-  query_layouts::Root root = query_layouts::Root::kStudy;
+  KESTREL::query_layouts::Root root = KESTREL::query_layouts::Root::kStudy;
   CDatabase* database = nullptr;  // not deleted; null: a connection of the record set's own
   std::string operation;          // "CStudyRootQuery::SearchOn()", for the failure text
   std::string retrieveAE;         // answers Retrieve AE Title (0008,0054) when asked
@@ -32,4 +32,4 @@ struct Settings {
 // last-error text "KESTREL.dll : <operation> : <driver text>".
 std::unique_ptr<FindMatchSource> OpenSearch(const Settings& settings, DICOMDataObject* identifier);
 
-}  // namespace image_search
+}  // namespace KESTREL::image_search

@@ -1,6 +1,6 @@
 #include "QueryLayouts.h"
 
-namespace query_layouts {
+namespace KESTREL::query_layouts {
 
 namespace {
 
@@ -155,4 +155,4 @@ Layout RowLayout(Root root, Level level) {
   }
 }
 
-}  // namespace query_layouts
+}  // namespace KESTREL::query_layouts

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-namespace query_layouts {
+namespace KESTREL::query_layouts {
 
 enum class Root { kPatient, kStudy };
 // In the order of the hierarchy (PS3.4 C.6.1, C.6.2).
@@ -31,4 +31,4 @@ Level LevelOf(const std::string& text);
 const char* LevelKeyword(Level level);
 Layout RowLayout(Root root, Level level);
 
-}  // namespace query_layouts
+}  // namespace KESTREL::query_layouts

@@ -12,10 +12,10 @@ class DICOMCommandObject;
 class DICOMDataObject;
 class PDU_Service;
 
-namespace query_provider {
+namespace KESTREL::query_provider {
 
-int Answer(const image_search::Settings& settings, PDU_Service* pdu, DICOMCommandObject* request);
-int SearchOn(const image_search::Settings& settings, DICOMDataObject* query,
+int Answer(const KESTREL::image_search::Settings& settings, PDU_Service* pdu, DICOMCommandObject* request);
+int SearchOn(const KESTREL::image_search::Settings& settings, DICOMDataObject* query,
              Array<DICOMDataObject*>* matches);
 
-}  // namespace query_provider
+}  // namespace KESTREL::query_provider

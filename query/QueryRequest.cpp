@@ -10,14 +10,14 @@
 #include "Elements.h"
 #include "FindClient.h"
 
-namespace el = query_elements;
+namespace el = KESTREL::query_elements;
 
-namespace query_request {
+namespace KESTREL::query_request {
 
 namespace {
 
-using query_layouts::Layout;
-using query_layouts::Level;
+using KESTREL::query_layouts::Layout;
+using KESTREL::query_layouts::Level;
 
 constexpr size_t kMaxKeyLength = 1024;
 constexpr char kWriteFailure[] = "ERROR: Unable to write DICOM object.\r\n";
@@ -55,16 +55,16 @@ int Requester::SetKey(uint16_t group, uint16_t element, const std::string& value
 
 bool Requester::BuildIdentifier(Level level, DICOMDataObject* identifier) {
   std::map<std::pair<uint16_t, uint16_t>, std::pair<std::string, std::string>> asked;
-  const Layout layout = query_layouts::RowLayout(root_, level);
+  const Layout layout = KESTREL::query_layouts::RowLayout(root_, level);
   for (int slot = 0; slot < layout.size; ++slot) {
-    const query_layouts::Attribute& attribute = layout.slots[slot];
+    const KESTREL::query_layouts::Attribute& attribute = layout.slots[slot];
     if (attribute.group) asked[{attribute.group, attribute.element}] = {"", attribute.vr};
   }
   for (const auto& [tag, value] : keys_) {
     auto known = asked.find(tag);
     asked[tag] = {value, known != asked.end() ? known->second.second : VROf(tag.first, tag.second)};
   }
-  if (!el::PushText(identifier, 0x0008, 0x0052, query_layouts::LevelKeyword(level), "CS"))
+  if (!el::PushText(identifier, 0x0008, 0x0052, KESTREL::query_layouts::LevelKeyword(level), "CS"))
     return false;
   for (const auto& [tag, entry] : asked)
     if (!el::PushText(identifier, tag.first, tag.second, entry.first, entry.second.c_str()))
@@ -75,15 +75,15 @@ bool Requester::BuildIdentifier(Level level, DICOMDataObject* identifier) {
 int Requester::Query(StandardQuery& query, const std::string& level, const std::string& host,
                      const std::string& port, const std::string& callingAE,
                      const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
-  const Level asked = query_layouts::LevelOf(level);
+  const Level asked = KESTREL::query_layouts::LevelOf(level);
   DICOMDataObject identifier;
-  if (!query_layouts::RowLayout(root_, asked).size || !BuildIdentifier(asked, &identifier)) {
+  if (!KESTREL::query_layouts::RowLayout(root_, asked).size || !BuildIdentifier(asked, &identifier)) {
     KESTREL::SetLastErrorText(std::string(kWriteFailure) + "No query level of this model in \"" +
                               level + "\"\r\n");
     if (status) *status = KESTREL::KESTREL_STATUS_WRITE_FAILED;
     return 0;
   }
-  query_client::FindAssociation association(true);
+  KESTREL::query_client::FindAssociation association(true);
   if (!association.Open(query, host, port, callingAE, calledAE, status)) return 0;
   level_ = asked;
   if (!association.Find(query, &identifier, status)) return 0;
@@ -92,12 +92,12 @@ int Requester::Query(StandardQuery& query, const std::string& level, const std::
 }
 
 void Requester::AddRow(DICOMDataObject* match) {
-  const Layout layout = query_layouts::RowLayout(root_, level_);
+  const Layout layout = KESTREL::query_layouts::RowLayout(root_, level_);
   if (!results_ || !match || !layout.size) return;
   auto row = std::make_unique<CResult>();
   row->SetSize(layout.size);
   for (int slot = 0; slot < layout.size; ++slot) {
-    const query_layouts::Attribute& attribute = layout.slots[slot];
+    const KESTREL::query_layouts::Attribute& attribute = layout.slots[slot];
     VR* element = attribute.group ? match->Find(attribute.group, attribute.element) : nullptr;
     if (!element) continue;
     const bool binary = std::strcmp(attribute.vr, "US") == 0;
@@ -106,17 +106,17 @@ void Requester::AddRow(DICOMDataObject* match) {
   results_->Add(row.release());
 }
 
-int Requester::ResultSize(query_layouts::Root root, const std::string& level) {
-  return query_layouts::RowLayout(root, query_layouts::LevelOf(level)).size;
+int Requester::ResultSize(KESTREL::query_layouts::Root root, const std::string& level) {
+  return KESTREL::query_layouts::RowLayout(root, KESTREL::query_layouts::LevelOf(level)).size;
 }
 
-const char* Requester::ResultName(query_layouts::Root root, const std::string& level, int slot,
+const char* Requester::ResultName(KESTREL::query_layouts::Root root, const std::string& level, int slot,
                                   uint16_t* group, uint16_t* element) {
-  const Layout layout = query_layouts::RowLayout(root, query_layouts::LevelOf(level));
+  const Layout layout = KESTREL::query_layouts::RowLayout(root, KESTREL::query_layouts::LevelOf(level));
   const bool inside = slot >= 0 && slot < layout.size;
   if (group) *group = inside ? layout.slots[slot].group : 0;
   if (element) *element = inside ? layout.slots[slot].element : 0;
   return inside ? layout.slots[slot].keyword : "";
 }
 
-}  // namespace query_request
+}  // namespace KESTREL::query_request

@@ -16,11 +16,11 @@ class CResultsArray;
 class DICOMDataObject;
 class StandardQuery;
 
-namespace query_request {
+namespace KESTREL::query_request {
 
 class Requester {
  public:
-  Requester(query_layouts::Root root, CResultsArray* results) : root_(root), results_(results) {}
+  Requester(KESTREL::query_layouts::Root root, CResultsArray* results) : root_(root), results_(results) {}
 
   // 0 for a group 0000 or 0002 tag, the level (0008,0052) or a value over 1024 characters.
   int SetKey(uint16_t group, uint16_t element, const std::string& value);
@@ -33,17 +33,17 @@ class Requester {
   // The answer as a row of the layout of the level last asked.
   void AddRow(DICOMDataObject* match);
 
-  static int ResultSize(query_layouts::Root root, const std::string& level);
-  static const char* ResultName(query_layouts::Root root, const std::string& level, int slot,
+  static int ResultSize(KESTREL::query_layouts::Root root, const std::string& level);
+  static const char* ResultName(KESTREL::query_layouts::Root root, const std::string& level, int slot,
                                 uint16_t* group, uint16_t* element);
 
  private:
-  [[nodiscard]] bool BuildIdentifier(query_layouts::Level level, DICOMDataObject* identifier);
+  [[nodiscard]] bool BuildIdentifier(KESTREL::query_layouts::Level level, DICOMDataObject* identifier);
 
-  query_layouts::Root root_;
+  KESTREL::query_layouts::Root root_;
   CResultsArray* results_;
   std::map<std::pair<uint16_t, uint16_t>, std::string> keys_;
-  query_layouts::Level level_ = query_layouts::Level::kNone;
+  KESTREL::query_layouts::Level level_ = KESTREL::query_layouts::Level::kNone;
 };
 
-}  // namespace query_request
+}  // namespace KESTREL::query_request

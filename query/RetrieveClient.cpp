@@ -13,13 +13,13 @@
 #include "Elements.h"
 #include "RetrieveCore.h"
 
-namespace el = query_elements;
+namespace el = KESTREL::query_elements;
 
-namespace retrieve_core {
+namespace KESTREL::retrieve {
 
 namespace {
 
-using query_layouts::Level;
+using KESTREL::query_layouts::Level;
 
 constexpr char kApplicationContext[] = "1.2.840.10008.3.1.1.1";
 
@@ -89,7 +89,7 @@ DICOMDataObject* NewIdentifier(Level level, const std::string& patientID,
                                const std::string& sopInstanceUID) {
   auto identifier = std::make_unique<DICOMDataObject>();
   // "PATIENT " and "IMAGE " get their blank from the padding to an even length.
-  if (!el::PushText(identifier.get(), 0x0008, 0x0052, query_layouts::LevelKeyword(level), "CS") ||
+  if (!el::PushText(identifier.get(), 0x0008, 0x0052, KESTREL::query_layouts::LevelKeyword(level), "CS") ||
       !PushValues(identifier.get(), level, patientID, studyUID, seriesUID, sopInstanceUID))
     return nullptr;
   return identifier.release();
@@ -141,4 +141,4 @@ void AddResponseRow(CResultsArray* results, DICOMCommandObject* response,
   results->Add(row.release());
 }
 
-}  // namespace retrieve_core
+}  // namespace KESTREL::retrieve

@@ -20,11 +20,11 @@ class DICOMDataObject;
 class StandardRetrieve;
 class StandardStorage;
 
-namespace retrieve_core {
+namespace KESTREL::retrieve {
 
 // The identifier of a Retrieve at `level` (the caller deletes it); null when memory ran out.
 // The patient ID is sent at PATIENT level only.
-DICOMDataObject* NewIdentifier(query_layouts::Level level, const std::string& patientID,
+DICOMDataObject* NewIdentifier(KESTREL::query_layouts::Level level, const std::string& patientID,
                                const std::string& studyUID, const std::string& seriesUID,
                                const std::string& sopInstanceUID);
 
@@ -46,7 +46,7 @@ int Qualify(CDatabase* database, const std::string& localAETitle, unsigned char*
             unsigned char* localAE, unsigned char* host, unsigned char* port);
 
 // SearchOn.
-int Search(CDatabase* database, query_layouts::Root root, DICOMDataObject* identifier,
+int Search(CDatabase* database, KESTREL::query_layouts::Root root, DICOMDataObject* identifier,
            Array<DICOMDataObject*>* matches);
 
 // The storage classes RetrieveOn hands out, one per SOP class, kept until this goes.
@@ -55,7 +55,7 @@ class StorageClasses {
   StorageClasses();
   ~StorageClasses();
   // Null for a SOP class the root does not know.
-  StandardStorage* For(query_layouts::Root root, const std::string& sopClass);
+  StandardStorage* For(KESTREL::query_layouts::Root root, const std::string& sopClass);
 
  private:
   std::map<std::string, std::unique_ptr<StandardStorage>> made_;
@@ -63,7 +63,7 @@ class StorageClasses {
 
 // RetrieveOn: the file of the match under `directory` (flat for the patient root, the store
 // layout for the study root).
-int OpenMatch(query_layouts::Root root, const std::string& directory, DICOMDataObject* match,
+int OpenMatch(KESTREL::query_layouts::Root root, const std::string& directory, DICOMDataObject* match,
               DICOMDataObject** objectToSend, StandardStorage** storageClass,
               StorageClasses& classes);
 
@@ -71,4 +71,4 @@ int OpenMatch(query_layouts::Root root, const std::string& directory, DICOMDataO
 void AddResponseRow(CResultsArray* results, DICOMCommandObject* response,
                     DICOMDataObject* identifier);
 
-}  // namespace retrieve_core
+}  // namespace KESTREL::retrieve

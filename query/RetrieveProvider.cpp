@@ -14,14 +14,14 @@
 #include "Elements.h"
 #include "RetrieveCore.h"
 
-namespace el = query_elements;
+namespace el = KESTREL::query_elements;
 
-namespace retrieve_core {
+namespace KESTREL::retrieve {
 
 namespace {
 
-using query_layouts::Level;
-using query_layouts::Root;
+using KESTREL::query_layouts::Level;
+using KESTREL::query_layouts::Root;
 
 std::string Quoted(const std::string& value) {
   std::string doubled;
@@ -183,7 +183,7 @@ int Qualify(CDatabase* database, const std::string& localAETitle, unsigned char*
 int Search(CDatabase* database, Root root, DICOMDataObject* identifier,
            Array<DICOMDataObject*>* matches) {
   if (!identifier || !matches) return 0;
-  const Level level = query_layouts::LevelOf(el::Text(identifier->Find(0x0008, 0x0052)));
+  const Level level = KESTREL::query_layouts::LevelOf(el::Text(identifier->Find(0x0008, 0x0052)));
   ImageFinder find(database, root, matches);
   const std::vector<std::string> studies = Values(identifier, 0x0020, 0x000D);
   switch (level) {
@@ -247,4 +247,4 @@ int OpenMatch(Root root, const std::string& directory, DICOMDataObject* match,
   return 1;
 }
 
-}  // namespace retrieve_core
+}  // namespace KESTREL::retrieve

@@ -90,7 +90,7 @@ std::string CStudyRootQuery::ConstructStudyQueryFilter(
   return filter;
 }
 
-namespace study_rows {
+namespace KESTREL::study_rows {
 
 void AddRows(CStudyQuerySet& studies, CResultsArray* results) {
   for (; !studies.IsEOF(); studies.MoveNext()) {
@@ -118,4 +118,4 @@ void AddRows(CStudyQuerySet& studies, CResultsArray* results) {
   }
 }
 
-}  // namespace study_rows
+}  // namespace KESTREL::study_rows

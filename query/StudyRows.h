@@ -6,9 +6,9 @@
 class CResultsArray;
 class CStudyQuerySet;
 
-namespace study_rows {
+namespace KESTREL::study_rows {
 
 // Appends a row for the current study and every one after it, to the end of the set.
 void AddRows(CStudyQuerySet& studies, CResultsArray* results);
 
-}  // namespace study_rows
+}  // namespace KESTREL::study_rows

@@ -6,7 +6,7 @@
 #include "kestrel/CWorklistOrderSet.h"
 #include "kestrel/KeyMatching.h"
 
-namespace worklist {
+namespace KESTREL::worklist {
 
 namespace {
 
@@ -139,4 +139,4 @@ std::string StudyUIDForOrder(const std::string& orderTableID) {
   return "2.25." + digits;
 }
 
-}  // namespace worklist
+}  // namespace KESTREL::worklist

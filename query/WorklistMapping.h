@@ -8,7 +8,7 @@
 
 class CWorklistOrderSet;
 
-namespace worklist {
+namespace KESTREL::worklist {
 
 constexpr uint16_t kStepSequenceGroup = 0x0040;
 constexpr uint16_t kStepSequenceElement = 0x0100;  // Scheduled Procedure Step Sequence
@@ -36,4 +36,4 @@ const Attribute* StepAttributes(size_t& count);
 // hash of the order's key, so that every query gives the same UID for the same order.
 std::string StudyUIDForOrder(const std::string& orderTableID);
 
-}  // namespace worklist
+}  // namespace KESTREL::worklist

@@ -11,7 +11,7 @@
 #include "kestrel/CResultsArray.h"
 #include "kestrel/DICOMObject.h"
 
-namespace el = query_elements;
+namespace el = KESTREL::query_elements;
 
 namespace {
 
@@ -75,7 +75,7 @@ const char* CModalityWorklistQuery::GetResultName(int slot) {
 
 int CModalityWorklistQuery::SetKey(uint16_t group, uint16_t element, const std::string& value) {
   if (group == 0x0000 || group == 0x0002 || value.size() > kMaxKeyLength) return 0;
-  if (group == worklist::kStepSequenceGroup && element == worklist::kStepSequenceElement) return 0;
+  if (group == KESTREL::worklist::kStepSequenceGroup && element == KESTREL::worklist::kStepSequenceElement) return 0;
   (InStep(group, element) ? request_->step : request_->top)[{group, element}] = value;
   return 1;
 }
@@ -99,7 +99,7 @@ bool BuildIdentifier(DICOMDataObject* identifier, const std::map<Tag, std::strin
   for (const auto& [tag, key] : topKeys)
     if (!el::PushText(identifier, tag.first, tag.second, key.first, key.second ? key.second : "UN"))
       return false;
-  return el::PushSequence(identifier, worklist::kStepSequenceGroup, worklist::kStepSequenceElement,
+  return el::PushSequence(identifier, KESTREL::worklist::kStepSequenceGroup, KESTREL::worklist::kStepSequenceElement,
                           std::move(item));
 }
 
@@ -114,7 +114,7 @@ int CModalityWorklistQuery::Query(const std::string& host, const std::string& po
     if (status) *status = KESTREL::KESTREL_STATUS_WRITE_FAILED;
     return 0;
   }
-  query_client::FindAssociation association;
+  KESTREL::query_client::FindAssociation association;
   if (!association.Open(*this, host, port, callingAE, calledAE, status)) return 0;
   if (!association.Find(*this, &identifier, status)) return 0;
   association.Close(status);
@@ -123,7 +123,7 @@ int CModalityWorklistQuery::Query(const std::string& host, const std::string& po
 
 int CModalityWorklistQuery::CallBack(DICOMCommandObject* response, DICOMDataObject* match) {
   if (!results_ || !match) return 0;
-  VR* sequence = match->Find(worklist::kStepSequenceGroup, worklist::kStepSequenceElement);
+  VR* sequence = match->Find(KESTREL::worklist::kStepSequenceGroup, KESTREL::worklist::kStepSequenceElement);
   (void)el::ExpandSequence(sequence);  // FirstItem finds none when it is no item stream
   DICOMDataObject* step = el::FirstItem(sequence);
   auto row = std::make_unique<CResult>();

@@ -22,7 +22,7 @@
 #include "kestrel/KeyMatching.h"
 #include "kestrel/PDU_Service.h"
 
-namespace el = query_elements;
+namespace el = KESTREL::query_elements;
 
 namespace {
 
@@ -39,7 +39,7 @@ struct Key {
 };
 
 bool IsStepSequence(uint16_t group, uint16_t element) {
-  return group == worklist::kStepSequenceGroup && element == worklist::kStepSequenceElement;
+  return group == KESTREL::worklist::kStepSequenceGroup && element == KESTREL::worklist::kStepSequenceElement;
 }
 
 bool IsCharacterSet(const Key& key) { return key.group == 0x0008 && key.element == 0x0005; }
@@ -152,8 +152,8 @@ std::string BuildFilter(const std::vector<Key>& keys) {
 bool KeyMatches(const Key& key, bool inStep, const CWorklistOrderSet& order) {
   if (key.value.empty()) return true;
   if (inStep && key.group == 0x0008 && key.element == 0x0060)
-    return worklist::ModalityMatches(key.value, order);
-  const worklist::Attribute* attribute = worklist::FindAttribute(key.group, key.element, inStep);
+    return KESTREL::worklist::ModalityMatches(key.value, order);
+  const KESTREL::worklist::Attribute* attribute = KESTREL::worklist::FindAttribute(key.group, key.element, inStep);
   // A key on an attribute the orders do not hold is not used for matching (PS3.4 C.2.2).
   return !attribute || KESTREL::MatchKey(key.value, attribute->value(order), attribute->vr);
 }
@@ -237,7 +237,7 @@ class WorklistMatches : public FindMatchSource {
     auto item = std::make_unique<DICOMDataObject>();
     if (key.items.empty()) {
       size_t count = 0;
-      const worklist::Attribute* all = worklist::StepAttributes(count);
+      const KESTREL::worklist::Attribute* all = KESTREL::worklist::StepAttributes(count);
       for (size_t i = 0; i < count; ++i) {
         Key universal;
         universal.group = all[i].group;
@@ -284,7 +284,7 @@ void CModalityWorklistQuery::SetDatabase(CDatabase* pDatabase) { database_ = pDa
 
 VR* CModalityWorklistQuery::MapElement(uint16_t group, uint16_t element, bool inStep,
                                        const CWorklistOrderSet& order) {
-  const worklist::Attribute* attribute = worklist::FindAttribute(group, element, inStep);
+  const KESTREL::worklist::Attribute* attribute = KESTREL::worklist::FindAttribute(group, element, inStep);
   if (!attribute) return nullptr;
   return el::NewText(group, element, KESTREL::TrimPadding(attribute->value(order)), attribute->vr);
 }

@@ -8,7 +8,7 @@
 #include "Odbc.h"
 #include "kestrel/CRecordset.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 struct Binding {
   std::string name;  // as the set wrote it: "[PatientID]", "[Study].PatientUID"
@@ -24,8 +24,8 @@ void SetMember(const Binding& binding, const Cell& cell);
 // True when the member holds the value a null cell puts there.
 [[nodiscard]] bool MemberIsEmpty(const Binding& binding);
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store
 
 struct CFieldExchange::Sink {
-  std::vector<kestrel_store::Binding> bindings;
+  std::vector<KESTREL::store::Binding> bindings;
 };

@@ -7,10 +7,10 @@
 
 namespace {
 
-using kestrel_store::Check;
-using kestrel_store::DialectKind;
-using kestrel_store::EqualsIgnoreCase;
-using kestrel_store::Trim;
+using KESTREL::store::Check;
+using KESTREL::store::DialectKind;
+using KESTREL::store::EqualsIgnoreCase;
+using KESTREL::store::Trim;
 
 constexpr SQLULEN kLoginTimeoutSeconds = 15;
 constexpr char kSQLiteLockWait[] = "Timeout=100;";                // milliseconds
@@ -52,7 +52,7 @@ std::string InfoString(SQLHDBC connection, SQLUSMALLINT info) {
 }
 
 void RequireOpen(const CDatabase::Impl& impl) {
-  if (!impl.open) kestrel_store::Fail("08003", "The database connection is not open.");
+  if (!impl.open) KESTREL::store::Fail("08003", "The database connection is not open.");
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ void Connect(CDatabase::Impl& d, const std::string& text) {
       SQL_NTS, completed, sizeof completed, &completedLength, SQL_DRIVER_NOPROMPT);
   if (SQL_SUCCEEDED(result)) return;
   CDBException failure =
-      kestrel_store::DiagnosticsOf(SQL_HANDLE_DBC, d.connection.get(), "SQLDriverConnect");
+      KESTREL::store::DiagnosticsOf(SQL_HANDLE_DBC, d.connection.get(), "SQLDriverConnect");
   d.open = false;
   d.connection.Reset();
   d.environment.Reset();
@@ -104,7 +104,7 @@ void CDatabase::Open(const std::string& connect) {
   d.open = true;
   d.connect = connect;
   d.dbmsName = InfoString(d.connection.get(), SQL_DBMS_NAME);
-  d.dialect = kestrel_store::DialectFor(d.dbmsName,
+  d.dialect = KESTREL::store::DialectFor(d.dbmsName,
                                         InfoString(d.connection.get(), SQL_IDENTIFIER_QUOTE_CHAR));
 
   // Short lock waits: a writer that meets a lock fails soon and the record sets' random
@@ -123,7 +123,7 @@ void CDatabase::Open(const std::string& connect) {
     if (d.open) Close();
     d.connect.clear();
     d.dbmsName.clear();
-    d.dialect = kestrel_store::Dialect();
+    d.dialect = KESTREL::store::Dialect();
     throw;
   }
 }
@@ -138,7 +138,7 @@ void CDatabase::Close() {
   for (auto& entry : dependents) entry.second();
   if (d.inTransaction && d.statementTransaction) {
     try {
-      kestrel_store::Statement(d.handle(), 0).ExecDirect("ROLLBACK");
+      KESTREL::store::Statement(d.handle(), 0).ExecDirect("ROLLBACK");
     } catch (const CDBException&) {
       // Disconnecting ends the transaction all the same.
     }
@@ -153,7 +153,7 @@ void CDatabase::Close() {
   d.open = false;
   d.connect.clear();
   d.dbmsName.clear();
-  d.dialect = kestrel_store::Dialect();
+  d.dialect = KESTREL::store::Dialect();
   d.primaryKeys.clear();
 }
 
@@ -165,18 +165,18 @@ std::string CDatabase::GetDBMSName() const { return impl_->dbmsName; }
 
 std::string CDatabase::TranslateSQL(const std::string& sql) const {
   RequireOpen(*impl_);
-  return kestrel_store::TranslateSql(sql, impl_->dialect);
+  return KESTREL::store::TranslateSql(sql, impl_->dialect);
 }
 
 void CDatabase::ExecuteSQL(const std::string& sql) {
   RequireOpen(*impl_);
-  kestrel_store::Statement statement(impl_->handle(), impl_->QueryTimeout());
+  KESTREL::store::Statement statement(impl_->handle(), impl_->QueryTimeout());
   statement.ExecDirect(TranslateSQL(sql));
 }
 
 void CDatabase::BeginTrans() {
   RequireOpen(*impl_);
-  if (impl_->inTransaction) kestrel_store::Fail("25000", "A transaction is already open.");
+  if (impl_->inTransaction) KESTREL::store::Fail("25000", "A transaction is already open.");
   Check(SQLSetConnectAttr(impl_->handle(), SQL_ATTR_AUTOCOMMIT,
                           reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), 0),
         SQL_HANDLE_DBC, impl_->handle(), "SQLSetConnectAttr");
@@ -186,7 +186,7 @@ void CDatabase::BeginTrans() {
 void CDatabase::BeginWriteTrans() {
   Impl& d = *impl_;
   RequireOpen(d);
-  if (d.inTransaction) kestrel_store::Fail("25000", "A transaction is already open.");
+  if (d.inTransaction) KESTREL::store::Fail("25000", "A transaction is already open.");
   switch (d.dialect.kind) {
     case DialectKind::kSQLite:
       // The driver begins its own transactions as deferred ones, which take the write lock
@@ -215,12 +215,12 @@ namespace {
 
 void EndTransaction(CDatabase::Impl& d, SQLSMALLINT completion) {
   RequireOpen(d);
-  if (!d.inTransaction) kestrel_store::Fail("25000", "No transaction is open.");
+  if (!d.inTransaction) KESTREL::store::Fail("25000", "No transaction is open.");
   if (d.statementTransaction) {
     // A failed COMMIT leaves the transaction open, for a Rollback to end; a ROLLBACK ends it
     // even when it fails (SQLite may have rolled back by itself after an I/O error).
     if (completion == SQL_ROLLBACK) d.inTransaction = d.statementTransaction = false;
-    kestrel_store::Statement(d.handle(), 0)
+    KESTREL::store::Statement(d.handle(), 0)
         .ExecDirect(completion == SQL_COMMIT ? "COMMIT" : "ROLLBACK");
     d.inTransaction = d.statementTransaction = false;
     return;
@@ -238,19 +238,19 @@ void CDatabase::CommitTrans() { EndTransaction(*impl_, SQL_COMMIT); }
 
 void CDatabase::Rollback() { EndTransaction(*impl_, SQL_ROLLBACK); }
 
-kestrel_store::Statement& CDatabase::Impl::KeptStatement(const std::string& sql) {
+KESTREL::store::Statement& CDatabase::Impl::KeptStatement(const std::string& sql) {
   constexpr size_t kLimit = 32;
   for (auto& entry : kept) {
     if (entry.first == sql) return *entry.second;
   }
   if (kept.size() >= kLimit) kept.erase(kept.begin());
-  auto statement = std::make_unique<kestrel_store::Statement>(handle(), QueryTimeout());
+  auto statement = std::make_unique<KESTREL::store::Statement>(handle(), QueryTimeout());
   statement->Prepare(sql);
   kept.emplace_back(sql, std::move(statement));
   return *kept.back().second;
 }
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 const std::vector<std::string>& PrimaryKeyOf(CDatabase::Impl& database, const CatalogName& table) {
   const std::string cacheKey = table.schema + "." + table.table;
@@ -278,4 +278,4 @@ const std::vector<std::string>& PrimaryKeyOf(CDatabase::Impl& database, const Ca
   return database.primaryKeys.emplace(cacheKey, std::move(keys)).first->second;
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

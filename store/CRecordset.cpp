@@ -12,11 +12,11 @@
 #include "RecordsetWrites.h"
 #include "SqlDialect.h"
 
-using kestrel_store::Fail;
-using kestrel_store::Parameters;
-using kestrel_store::Row;
-using kestrel_store::Statement;
-using Mode = kestrel_store::RecordsetWrites::Mode;
+using KESTREL::store::Fail;
+using KESTREL::store::Parameters;
+using KESTREL::store::Row;
+using KESTREL::store::Statement;
+using Mode = KESTREL::store::RecordsetWrites::Mode;
 
 namespace {
 
@@ -42,20 +42,20 @@ struct CRecordset::State {
   bool canUpdate = false;
   bool canAppend = false;
 
-  kestrel_store::RecordsetColumns columns;
-  kestrel_store::RecordsetRows rows{columns};
-  kestrel_store::RecordsetWrites writes{columns, rows};
+  KESTREL::store::RecordsetColumns columns;
+  KESTREL::store::RecordsetRows rows{columns};
+  KESTREL::store::RecordsetWrites writes{columns, rows};
 
   // A set over one table can add rows unless read-only or forward-only, and change and delete
   // them when the table has a key.
   void FindKeys() {
     canUpdate = canAppend = false;
     columns.ClearKeys();
-    const bool writable = !statementSource && kestrel_store::IsSingleTableName(source) &&
+    const bool writable = !statementSource && KESTREL::store::IsSingleTableName(source) &&
                           openType != forwardOnly && !(options & readOnly);
     if (!writable) return;
     canAppend = true;
-    const bool keyed = columns.FindKeys(*db, kestrel_store::CatalogNameOf(source, db->dialect));
+    const bool keyed = columns.FindKeys(*db, KESTREL::store::CatalogNameOf(source, db->dialect));
     canUpdate = keyed && !(options & appendOnly);
   }
 
@@ -72,7 +72,7 @@ struct CRecordset::State {
     writes.Drop();
     rows.Clear();
     if (openType != forwardOnly && ExecutePrepared(filter, sort)) return;
-    sql = kestrel_store::TranslateSql(BuildSql(filter, sort), db->dialect);
+    sql = KESTREL::store::TranslateSql(BuildSql(filter, sort), db->dialect);
     auto statement = std::make_unique<Statement>(db->handle(), db->QueryTimeout());
     statement->ExecDirect(sql);
     columns.MapColumns(*statement, !statementSource);
@@ -86,18 +86,18 @@ struct CRecordset::State {
   // prepared: the same look-up with other values is not parsed again. False when the filter
   // has no literals (or the database is another), and the caller runs the statement as it is.
   bool ExecutePrepared(const std::string& filter, const std::string& sort) {
-    if (db->dialect.kind != kestrel_store::DialectKind::kSQLite) return false;
+    if (db->dialect.kind != KESTREL::store::DialectKind::kSQLite) return false;
     std::vector<std::string> values;
-    const std::string parameterized = kestrel_store::ParameterizeLiterals(filter, &values);
+    const std::string parameterized = KESTREL::store::ParameterizeLiterals(filter, &values);
     if (values.empty()) return false;
-    sql = kestrel_store::TranslateSql(BuildSql(parameterized, sort), db->dialect);
+    sql = KESTREL::store::TranslateSql(BuildSql(parameterized, sort), db->dialect);
     Statement& statement = db->KeptStatement(sql);
     Parameters parameters;
     for (std::string& value : values) {
-      kestrel_store::Cell cell;
+      KESTREL::store::Cell cell;
       cell.null = false;
       cell.text = std::move(value);
-      parameters.Add(kestrel_store::FieldType::kText, cell);
+      parameters.Add(KESTREL::store::FieldType::kText, cell);
     }
     statement.Execute(parameters);
     columns.MapColumns(statement, !statementSource);
@@ -186,7 +186,7 @@ int CRecordset::Open(unsigned nOpenType, const char* lpszSQL, uint32_t dwOptions
     DoFieldExchange(&exchange);
     s.columns.Bind(std::move(sink.bindings));
     s.source = (lpszSQL && *lpszSQL) ? std::string(lpszSQL) : GetDefaultSQL();
-    s.statementSource = kestrel_store::IsSelectStatement(s.source);
+    s.statementSource = KESTREL::store::IsSelectStatement(s.source);
     s.FindKeys();
     s.writes.Start(s.db, s.source, s.options);
     State* state = state_.get();
@@ -278,11 +278,11 @@ void CRecordset::Delete() {
 void CRecordset::CancelUpdate() { state_->writes.Cancel(); }
 
 bool CRecordset::IsFieldNull(const void* pField) const {
-  const kestrel_store::RecordsetColumns& columns = state_->columns;
+  const KESTREL::store::RecordsetColumns& columns = state_->columns;
   return columns.IsNull(columns.BindingOf(pField));
 }
 
 void CRecordset::SetFieldNull(void* pField, bool bNull) {
-  kestrel_store::RecordsetColumns& columns = state_->columns;
+  KESTREL::store::RecordsetColumns& columns = state_->columns;
   columns.SetNull(columns.BindingOf(pField), bNull);
 }

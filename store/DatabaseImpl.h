@@ -15,8 +15,8 @@
 #include "SqlDialect.h"
 
 struct CDatabase::Impl {
-  kestrel_store::EnvHandle environment;
-  kestrel_store::ConnectionHandle connection;
+  KESTREL::store::EnvHandle environment;
+  KESTREL::store::ConnectionHandle connection;
   bool open = false;
   bool inTransaction = false;
   // The transaction was begun with a statement (BEGIN IMMEDIATE) rather than by turning
@@ -24,7 +24,7 @@ struct CDatabase::Impl {
   bool statementTransaction = false;
   std::string connect;
   std::string dbmsName;
-  kestrel_store::Dialect dialect;
+  KESTREL::store::Dialect dialect;
 
   // Primary key columns by "schema.table" as the catalog names them; empty when the table has
   // none. Looked up once per connection.
@@ -36,8 +36,8 @@ struct CDatabase::Impl {
 
   // Statements prepared once and run again with new parameters (SQLite, where preparing costs
   // more than running a short query), by their text; a few dozen at most.
-  std::vector<std::pair<std::string, std::unique_ptr<kestrel_store::Statement>>> kept;
-  kestrel_store::Statement& KeptStatement(const std::string& sql);
+  std::vector<std::pair<std::string, std::unique_ptr<KESTREL::store::Statement>>> kept;
+  KESTREL::store::Statement& KeptStatement(const std::string& sql);
 
   SQLHDBC handle() const { return connection.get(); }
 
@@ -45,13 +45,13 @@ struct CDatabase::Impl {
   // statement's time-out as its wait for locks, which must stay the short one the connection
   // set, so SQLite statements get none.
   unsigned long QueryTimeout() const {
-    return dialect.kind == kestrel_store::DialectKind::kSQLite ? 0 : 60;
+    return dialect.kind == KESTREL::store::DialectKind::kSQLite ? 0 : 60;
   }
 };
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 // The primary key columns of a table (the catalog's names), in key order; cached.
 const std::vector<std::string>& PrimaryKeyOf(CDatabase::Impl& database, const CatalogName& table);
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

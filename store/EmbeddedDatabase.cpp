@@ -27,7 +27,7 @@ std::string Environment(const char* name) {
 
 // Looks among the user's and the system's data sources alike.
 bool DataSourceExists(const std::string& name) {
-  kestrel_store::EnvHandle environment;
+  KESTREL::store::EnvHandle environment;
   if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, environment.out()))) {
     return false;
   }
@@ -41,7 +41,7 @@ bool DataSourceExists(const std::string& name) {
   while (
       SQL_SUCCEEDED(SQLDataSources(environment.get(), direction, found, sizeof found, &foundLength,
                                    description, sizeof description, &descriptionLength))) {
-    if (kestrel_store::EqualsIgnoreCase(reinterpret_cast<const char*>(found), name)) return true;
+    if (KESTREL::store::EqualsIgnoreCase(reinterpret_cast<const char*>(found), name)) return true;
     direction = SQL_FETCH_NEXT;
   }
   return false;

@@ -3,9 +3,9 @@
 #include "kestrel/CRecordset.h"
 #include "Binding.h"
 
-using kestrel_store::Binding;
-using kestrel_store::Cell;
-using kestrel_store::FieldType;
+using KESTREL::store::Binding;
+using KESTREL::store::Cell;
+using KESTREL::store::FieldType;
 
 namespace {
 
@@ -61,7 +61,7 @@ void CFieldExchange::DateTime(const char* column, DBDateTime& value) {
   sink_->bindings.push_back(Binding{column, FieldType::kDateTime, &value, 0});
 }
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 Cell CellOfMember(const Binding& binding, bool nullFlag) {
   Cell cell;
@@ -133,4 +133,4 @@ bool MemberIsEmpty(const Binding& binding) {
   return true;
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-namespace kestrel_store {
+namespace KESTREL::store {
 namespace {
 
 std::mutex hookMutex;
@@ -345,4 +345,4 @@ void Statement::ReadDateTime(SQLUSMALLINT number, Cell* cell) {
                            value.second, value.fraction);
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

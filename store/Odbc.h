@@ -16,7 +16,7 @@
 #include "kestrel/CDBException.h"
 #include "kestrel/CRecordset.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 // Frees its handle when it goes; never throws.
 template <SQLSMALLINT kType>
@@ -147,4 +147,4 @@ class Statement {
   SQLRETURN lastExecute_ = SQL_SUCCESS;
 };
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

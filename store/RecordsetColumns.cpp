@@ -4,7 +4,7 @@
 
 #include "SqlDialect.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 namespace {
 
 constexpr char kRowId[] = "rowid";  // SQLite's own row key, for tables without a primary key
@@ -196,4 +196,4 @@ Row RecordsetColumns::ReadRow(Statement& statement) const {
   return row;
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

@@ -10,7 +10,7 @@
 #include "DatabaseImpl.h"
 #include "Odbc.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 // A row as read: one cell per bound field, then one per key column read without a binding.
 using Row = std::vector<Cell>;
@@ -73,4 +73,4 @@ class RecordsetColumns {
   std::vector<size_t> readOrder_;  // cells in the order of their columns
 };
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

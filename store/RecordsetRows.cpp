@@ -5,7 +5,7 @@
 
 #include "kestrel/CRecordset.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 void RecordsetRows::ReadAll(Statement& statement) {
   Clear();
@@ -195,4 +195,4 @@ void RecordsetRows::StandOnSameKey(const Row& row, bool hadRow) {
   columns_.ClearFields();
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

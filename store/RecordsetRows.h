@@ -10,7 +10,7 @@
 #include "Odbc.h"
 #include "RecordsetColumns.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 class RecordsetRows {
  public:
@@ -62,4 +62,4 @@ class RecordsetRows {
   std::unique_ptr<Statement> cursor_;  // forward-only sets read as they move
 };
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

@@ -3,7 +3,7 @@
 #include "SqlDialect.h"
 #include "kestrel/CRecordset.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 namespace {
 
 constexpr size_t kPreparedLimit = 16;
@@ -136,4 +136,4 @@ long RecordsetWrites::Run(const std::string& bracketedSql, Parameters& parameter
   return count;
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

@@ -14,7 +14,7 @@
 #include "RecordsetColumns.h"
 #include "RecordsetRows.h"
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 class RecordsetWrites {
  public:
@@ -58,4 +58,4 @@ class RecordsetWrites {
   std::vector<std::pair<std::string, std::unique_ptr<Statement>>> prepared_;
 };
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

@@ -14,7 +14,7 @@ int RunSchema(CDatabase& database, bool ris, const char* failureMessage) {
       throw CDBException("HYC00", "There is no schema for the database product \"" +
                                       database.GetDBMSName() + "\".");
     }
-    for (const std::string& statement : kestrel_store::SplitStatements(script)) {
+    for (const std::string& statement : KESTREL::store::SplitStatements(script)) {
       database.ExecuteSQL(statement);
     }
     return 1;
@@ -31,13 +31,13 @@ int RunSchema(CDatabase& database, bool ris, const char* failureMessage) {
 namespace KESTREL {
 
 std::string GetSchemaSQL(bool ris, const std::string& dbmsName) {
-  const kestrel_store::Dialect dialect = kestrel_store::DialectFor(dbmsName, "\"");
+  const KESTREL::store::Dialect dialect = KESTREL::store::DialectFor(dbmsName, "\"");
   switch (dialect.kind) {
-    case kestrel_store::DialectKind::kSQLite:
-      return ris ? kestrel_store::kSchema_ris_sqlite : kestrel_store::kSchema_image_sqlite;
-    case kestrel_store::DialectKind::kPostgreSQL:
-      return ris ? kestrel_store::kSchema_ris_postgresql : kestrel_store::kSchema_image_postgresql;
-    case kestrel_store::DialectKind::kOther:
+    case KESTREL::store::DialectKind::kSQLite:
+      return ris ? KESTREL::store::kSchema_ris_sqlite : KESTREL::store::kSchema_image_sqlite;
+    case KESTREL::store::DialectKind::kPostgreSQL:
+      return ris ? KESTREL::store::kSchema_ris_postgresql : KESTREL::store::kSchema_image_postgresql;
+    case KESTREL::store::DialectKind::kOther:
       break;
   }
   return std::string();

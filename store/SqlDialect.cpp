@@ -3,7 +3,7 @@
 #include <cctype>
 #include <cstddef>
 
-namespace kestrel_store {
+namespace KESTREL::store {
 namespace {
 
 char LowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -278,4 +278,4 @@ std::vector<std::string> SplitStatements(const std::string& script) {
   return statements;
 }
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

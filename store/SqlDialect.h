@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace kestrel_store {
+namespace KESTREL::store {
 
 enum class DialectKind {
   kSQLite,      // `...` quoting; no schemas, so the owner prefix [dbo]. is dropped
@@ -58,4 +58,4 @@ std::string ColumnPartOf(const std::string& boundName, std::string* qualifier = 
 // comments and empty statements.
 std::vector<std::string> SplitStatements(const std::string& script);
 
-}  // namespace kestrel_store
+}  // namespace KESTREL::store

@@ -167,7 +167,7 @@ bool CO_Abstract::WriteTo(DICOMObject* target) {
   if (!target) return false;
   bool ok = true;
   for (Slot& slot : slots_)
-    if (slot.element->HasValue() && !typed_copy::PushCopy(target, slot.element)) ok = false;
+    if (slot.element->HasValue() && !KESTREL::typed_copy::PushCopy(target, slot.element)) ok = false;
   return ok;
 }
 
@@ -177,14 +177,14 @@ bool CO_Abstract::ReadFrom(DICOMObject* source) {
   std::unique_ptr<DICOMDataObject> plain;
   if (dynamic_cast<CO_Abstract*>(source)) {
     plain.reset(new (std::nothrow) DICOMDataObject);
-    if (!plain || !typed_copy::CopyInto(source, plain.get())) return false;
+    if (!plain || !KESTREL::typed_copy::CopyInto(source, plain.get())) return false;
     source = plain.get();
   }
   Clear();
   bool ok = true;
-  bool readable = typed_copy::ForEachElement(source, [&](VR* element) {
+  bool readable = KESTREL::typed_copy::ForEachElement(source, [&](VR* element) {
     if (element->Element == 0 || !Accepts(element->Group, element->Element)) return;
-    if (!typed_copy::PushCopy(this, element)) ok = false;
+    if (!KESTREL::typed_copy::PushCopy(this, element)) ok = false;
   });
   return readable && ok;
 }
@@ -192,5 +192,5 @@ bool CO_Abstract::ReadFrom(DICOMObject* source) {
 uint32_t CO_Abstract::MoveFrom(DICOMObject* source) {
   if (!source || source == this) return 0;
   Clear();
-  return typed_copy::MoveInto(source, this);
+  return KESTREL::typed_copy::MoveInto(source, this);
 }

@@ -8,7 +8,7 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/VR_XXTYPED.h"
 
-namespace typed_copy {
+namespace KESTREL::typed_copy {
 
 VR* CopyElement(const VR* source) {
   if (!source) return nullptr;
@@ -74,8 +74,8 @@ uint32_t MoveInto(DICOMObject* source, DICOMObject* target) {
   return taken;
 }
 
-}  // namespace typed_copy
+}  // namespace KESTREL::typed_copy
 
 DICOMDataObject* CopyDataObject(DICOMObject* source) {
-  return source ? typed_copy::CopyObject(source) : nullptr;
+  return source ? KESTREL::typed_copy::CopyObject(source) : nullptr;
 }

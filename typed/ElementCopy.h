@@ -12,7 +12,7 @@ class DICOMObject;
 class DICOMDataObject;
 class VR;
 
-namespace typed_copy {
+namespace KESTREL::typed_copy {
 
 // Calls visit(VR*) for every element of `object` (not its sequence items). False when the
 // object is sealed (being popped), when nothing can be read.
@@ -37,6 +37,6 @@ template <class Visit>
 // of elements taken.
 uint32_t MoveInto(DICOMObject* source, DICOMObject* target);
 
-}  // namespace typed_copy
+}  // namespace KESTREL::typed_copy
 
 #include "ElementCopy.inl"

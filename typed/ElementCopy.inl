@@ -2,7 +2,7 @@
 
 #include "kestrel/DICOMObject.h"
 
-namespace typed_copy {
+namespace KESTREL::typed_copy {
 
 template <class Visit>
 bool ForEachElement(DICOMObject* object, Visit visit) {
@@ -17,4 +17,4 @@ bool ForEachElement(DICOMObject* object, Visit visit) {
   return true;
 }
 
-}  // namespace typed_copy
+}  // namespace KESTREL::typed_copy

@@ -13,7 +13,7 @@ uint32_t Key(uint16_t group, uint16_t element) { return (uint32_t{group} << 16) 
 
 // A plain copy of a typed element, sequence items included; null when memory runs out.
 VR* PlainCopy(const VR* typed) {
-  std::unique_ptr<VR> copy(typed_copy::CopyElement(typed));
+  std::unique_ptr<VR> copy(KESTREL::typed_copy::CopyElement(typed));
   if (!copy) return nullptr;
   if (typed->Data && !copy->Data) {
     // Keep an empty value present.
@@ -24,7 +24,7 @@ VR* PlainCopy(const VR* typed) {
     copy->SequenceItems = new (std::nothrow) Array<DICOMDataObject*>();
     if (!copy->SequenceItems) return nullptr;
     for (uint32_t i = 0; i < typed->SequenceItems->GetSize(); ++i) {
-      DICOMDataObject* item = typed_copy::CopyObject(typed->SequenceItems->Get(i));
+      DICOMDataObject* item = KESTREL::typed_copy::CopyObject(typed->SequenceItems->Get(i));
       if (!item) return nullptr;
       copy->SequenceItems->Add(item);
     }
@@ -105,9 +105,9 @@ bool ImageIODModule::WriteTo(DICOMObject* target) {
   if (!target) return false;
   bool ok = true;
   for (auto& [key, element] : attributes_)
-    if (element->HasValue() && !typed_copy::PushCopy(target, element)) ok = false;
-  bool readable = typed_copy::ForEachElement(&others_, [&](VR* element) {
-    if (!typed_copy::PushCopy(target, element)) ok = false;
+    if (element->HasValue() && !KESTREL::typed_copy::PushCopy(target, element)) ok = false;
+  bool readable = KESTREL::typed_copy::ForEachElement(&others_, [&](VR* element) {
+    if (!KESTREL::typed_copy::PushCopy(target, element)) ok = false;
   });
   return ok && readable;
 }

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 // The padding rules of text values, shared by the string family and by LT and ST.
-namespace typed_text {
+namespace KESTREL::typed_text {
 
 // Walking back from the last byte, each zero byte becomes a blank; stops at the first byte that
 // is neither. False for length 0.
@@ -12,4 +12,4 @@ namespace typed_text {
 // False for length 0.
 [[nodiscard]] bool CutTrailingBlanks(uint32_t length, void* data);
 
-}  // namespace typed_text
+}  // namespace KESTREL::typed_text

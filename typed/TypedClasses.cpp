@@ -143,14 +143,14 @@ uint16_t VR_XS::GetTypeCode() const { return TypeCode == Code("SS") ? Code("SS")
 // ---- LT and ST: one text value with the usual padding ----
 
 bool VR_LT::ToStorage(uint32_t length, void* data) const {
-  return typed_text::PadTrailingZeros(length, data);
+  return KESTREL::typed_text::PadTrailingZeros(length, data);
 }
 bool VR_LT::FromStorage(uint32_t length, void* data) const {
-  return typed_text::CutTrailingBlanks(length, data);
+  return KESTREL::typed_text::CutTrailingBlanks(length, data);
 }
 bool VR_ST::ToStorage(uint32_t length, void* data) const {
-  return typed_text::PadTrailingZeros(length, data);
+  return KESTREL::typed_text::PadTrailingZeros(length, data);
 }
 bool VR_ST::FromStorage(uint32_t length, void* data) const {
-  return typed_text::CutTrailingBlanks(length, data);
+  return KESTREL::typed_text::CutTrailingBlanks(length, data);
 }

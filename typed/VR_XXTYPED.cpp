@@ -33,7 +33,7 @@ void DestroyItems(VR* element) {
 
 }  // namespace
 
-namespace typed_text {
+namespace KESTREL::typed_text {
 
 bool PadTrailingZeros(uint32_t length, void* data) {
   if (!length) return false;
@@ -56,7 +56,7 @@ bool CutTrailingBlanks(uint32_t length, void* data) {
   return true;
 }
 
-}  // namespace typed_text
+}  // namespace KESTREL::typed_text
 
 // ---- VR_XXTYPED ----
 
@@ -168,11 +168,11 @@ bool VR_XXMULTISTRING::Set(const std::string& value) { return Set(0, value); }
 // ---- VR_XXSTRING ----
 
 bool VR_XXSTRING::ToStorage(uint32_t length, void* data) const {
-  return typed_text::PadTrailingZeros(length, data);
+  return KESTREL::typed_text::PadTrailingZeros(length, data);
 }
 
 bool VR_XXSTRING::FromStorage(uint32_t length, void* data) const {
-  return typed_text::CutTrailingBlanks(length, data);
+  return KESTREL::typed_text::CutTrailingBlanks(length, data);
 }
 
 // ---- VR_XXMULTIBINARY ----

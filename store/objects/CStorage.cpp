@@ -10,10 +10,10 @@
 #include "kestrel/ImageIODModule.h"
 #include "ModuleSetters.h"
 
-using store_objects::All;
-using store_objects::SetBinary;
-using store_objects::SetItems;
-using store_objects::SetText;
+using KESTREL::storage::All;
+using KESTREL::storage::SetBinary;
+using KESTREL::storage::SetItems;
+using KESTREL::storage::SetText;
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include "IndexColumns.h"
 #include "IndexText.h"
 
-using store_objects::AttributeText;
-using store_objects::Column;
-using store_objects::CutToColumn;
-using store_objects::Fill;
+using KESTREL::storage::AttributeText;
+using KESTREL::storage::Column;
+using KESTREL::storage::CutToColumn;
+using KESTREL::storage::Fill;
 using ImageColumn = Column<CImageSet>;
 
 struct CStorage::ModalityColumns {
@@ -100,11 +100,11 @@ const ImageColumn kMultiFrameColumns[] = {
 
 // Code Meaning (0008,0104) of the first item of View Code Sequence (0054,0220).
 std::string ViewCodeMeaning(ImageIODModule* iod) {
-  VR* sequence = store_objects::FindAttribute(iod, 0x0054, 0x0220);
+  VR* sequence = KESTREL::storage::FindAttribute(iod, 0x0054, 0x0220);
   if (!sequence || !sequence->SequenceItems || sequence->SequenceItems->GetSize() == 0)
     return std::string();
   DICOMDataObject* item = sequence->SequenceItems->Get(0);
-  return item ? store_objects::ElementText(item->Find(0x0008, 0x0104), MakeTypeCode('L', 'O'))
+  return item ? KESTREL::storage::ElementText(item->Find(0x0008, 0x0104), MakeTypeCode('L', 'O'))
               : std::string();
 }
 
@@ -125,7 +125,7 @@ int CStorage::UpdateImageRow(CDatabase* pDatabase, int& nAdded, const char* pszT
 
   CImageSet set(pDatabase);
   set.Filter =
-      store_objects::Printf("[SOPInstanceUID]='%s'", store_objects::SqlText(instance).c_str());
+      KESTREL::storage::Printf("[SOPInstanceUID]='%s'", KESTREL::storage::SqlText(instance).c_str());
   if (!set.Open()) return 0;
   const bool adding = set.IsEOF();
   if (adding)
@@ -133,14 +133,14 @@ int CStorage::UpdateImageRow(CDatabase* pDatabase, int& nAdded, const char* pszT
   else
     set.Edit();
   const Fill fill = adding ? Fill::kPresent : Fill::kRewrite;
-  bool changed = store_objects::FillColumns(set, kCommonColumns, iod, fill);
+  bool changed = KESTREL::storage::FillColumns(set, kCommonColumns, iod, fill);
   if (modality) {
-    changed |= store_objects::FillColumns(set, modality->columns, modality->count, iod, fill);
+    changed |= KESTREL::storage::FillColumns(set, modality->columns, modality->count, iod, fill);
     if (modality->viewCodeMeaning)
-      changed |= store_objects::Assign(set, set.ViewCodeSequenceMeaning,
+      changed |= KESTREL::storage::Assign(set, set.ViewCodeSequenceMeaning,
                                        CutToColumn(ViewCodeMeaning(iod)), fill);
   }
-  changed |= store_objects::Assign(set, set.TransferSyntax, CutToColumn(syntax), fill);
+  changed |= KESTREL::storage::Assign(set, set.TransferSyntax, CutToColumn(syntax), fill);
   if (adding) set.SOPInstanceUID = instance;
   nAdded = adding ? 1 : 0;
   if (!changed && !adding) {

@@ -8,7 +8,7 @@
 #include "kestrel/ImageIODModule.h"
 #include "IndexText.h"
 
-namespace store_objects {
+namespace KESTREL::storage {
 
 // A text column and the attribute whose keyword it bears.
 template <class Set>
@@ -55,4 +55,4 @@ bool FillColumns(Set& set, const Column<Set> (&columns)[N], ImageIODModule* iod,
   return FillColumns(set, columns, N, iod, fill, fit);
 }
 
-}  // namespace store_objects
+}  // namespace KESTREL::storage

@@ -10,7 +10,7 @@
 #include "kestrel/ImageIODModule.h"
 #include "kestrel/VR_XXTYPED.h"
 
-namespace store_objects {
+namespace KESTREL::storage {
 
 namespace {
 
@@ -139,4 +139,4 @@ std::string LikeText(const std::string& value) {
   return text;
 }
 
-}  // namespace store_objects
+}  // namespace KESTREL::storage

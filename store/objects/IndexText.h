@@ -10,7 +10,7 @@
 class ImageIODModule;
 class VR;
 
-namespace store_objects {
+namespace KESTREL::storage {
 
 constexpr size_t kColumnWidth = 255;  // the text columns' bound length
 
@@ -44,4 +44,4 @@ std::string SqlText(const std::string& value);
 // and "_" are preceded by "\", the escape character the pattern names (ESCAPE '\').
 std::string LikeText(const std::string& value);
 
-}  // namespace store_objects
+}  // namespace KESTREL::storage

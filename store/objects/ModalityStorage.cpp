@@ -2,9 +2,9 @@
 
 #include "ModuleSetters.h"
 
-using store_objects::All;
-using store_objects::SetBinary;
-using store_objects::SetText;
+using KESTREL::storage::All;
+using KESTREL::storage::SetBinary;
+using KESTREL::storage::SetText;
 
 namespace {
 

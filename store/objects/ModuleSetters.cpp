@@ -9,7 +9,7 @@
 #include "kestrel/DICOMObject.h"
 #include "kestrel/VR_XXTYPED.h"
 
-namespace store_objects {
+namespace KESTREL::storage {
 
 bool SetText(VR_XXTYPED* element, const char* text) {
   if (!text) return true;
@@ -44,4 +44,4 @@ bool SetItems(VR_XXTYPED* element, Array<DICOMDataObject*>* items) {
   return true;
 }
 
-}  // namespace store_objects
+}  // namespace KESTREL::storage

@@ -10,7 +10,7 @@
 class DICOMDataObject;
 class VR_XXTYPED;
 
-namespace store_objects {
+namespace KESTREL::storage {
 
 // Text through the element's typed Set (whole value, VR rules applied); "" leaves the
 // attribute present and empty. False when memory runs out.
@@ -26,4 +26,4 @@ template <class... Results>
   return (... && results);
 }
 
-}  // namespace store_objects
+}  // namespace KESTREL::storage

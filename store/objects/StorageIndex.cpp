@@ -21,13 +21,13 @@
 #include "IndexColumns.h"
 #include "IndexText.h"
 
-using store_objects::AttributeText;
-using store_objects::Column;
-using store_objects::CutToColumn;
-using store_objects::Fill;
-using store_objects::FillColumns;
-using store_objects::Printf;
-using store_objects::SqlText;
+using KESTREL::storage::AttributeText;
+using KESTREL::storage::Column;
+using KESTREL::storage::CutToColumn;
+using KESTREL::storage::Fill;
+using KESTREL::storage::FillColumns;
+using KESTREL::storage::Printf;
+using KESTREL::storage::SqlText;
 
 namespace {
 
@@ -94,8 +94,8 @@ int Failed(const char* operation, const std::string& detail) {
 
 // A study value that does not fit its column keeps its start and says it was cut.
 std::string FitStudyValue(const std::string& text) {
-  if (text.size() <= store_objects::kColumnWidth) return text;
-  return store_objects::CutText(text, store_objects::kColumnWidth - (sizeof kTruncated - 1)) +
+  if (text.size() <= KESTREL::storage::kColumnWidth) return text;
+  return KESTREL::storage::CutText(text, KESTREL::storage::kColumnWidth - (sizeof kTruncated - 1)) +
          kTruncated;
 }
 
@@ -110,14 +110,14 @@ std::string LocalNow(const char* format) {
 // Referenced Study Sequence (0008,1110) as text: the Referenced SOP Instance UIDs of its items,
 // separated by "\".
 std::string ReferencedStudiesText(ImageIODModule* iod) {
-  VR* sequence = store_objects::FindAttribute(iod, 0x0008, 0x1110);
+  VR* sequence = KESTREL::storage::FindAttribute(iod, 0x0008, 0x1110);
   if (!sequence || !sequence->SequenceItems) return std::string();
   std::string text;
   Array<DICOMDataObject*>& items = *sequence->SequenceItems;
   for (uint32_t i = 0; i < items.GetSize(); ++i) {
     if (!items[i]) continue;
     const std::string uid =
-        store_objects::ElementText(items[i]->Find(0x0008, 0x1155), MakeTypeCode('U', 'I'));
+        KESTREL::storage::ElementText(items[i]->Find(0x0008, 0x1155), MakeTypeCode('U', 'I'));
     if (uid.empty()) continue;
     if (!text.empty()) text += '\\';
     text += uid;
@@ -136,7 +136,7 @@ bool AddModality(std::string& list, const std::string& modality) {
     start = end + 1;
   }
   const std::string longer = list.empty() ? modality : list + '\\' + modality;
-  if (longer.size() > store_objects::kColumnWidth) return false;
+  if (longer.size() > KESTREL::storage::kColumnWidth) return false;
   list = longer;
   return true;
 }
@@ -145,7 +145,7 @@ bool AddModality(std::string& list, const std::string& modality) {
 void FillNewStudy(CStudySet& set, ImageIODModule* iod, int32_t patientUID,
                   const std::string& patientID) {
   FillColumns(set, kStudyColumns, iod, Fill::kPresent, FitStudyValue);
-  store_objects::Assign(set, set.ReferencedStudySequence, FitStudyValue(ReferencedStudiesText(iod)),
+  KESTREL::storage::Assign(set, set.ReferencedStudySequence, FitStudyValue(ReferencedStudiesText(iod)),
                         Fill::kPresent);
   set.StudyInstanceUID = CutToColumn(AttributeText(iod, 0x0020, 0x000D));
   set.PatientUID = patientUID;
@@ -161,7 +161,7 @@ void FillNewStudy(CStudySet& set, ImageIODModule* iod, int32_t patientUID,
 // its list; true when something changed.
 bool CompleteStudy(CStudySet& set, ImageIODModule* iod) {
   bool changed = FillColumns(set, kStudyColumns, iod, Fill::kEmptyOnly, FitStudyValue);
-  changed |= store_objects::Assign(set, set.ReferencedStudySequence,
+  changed |= KESTREL::storage::Assign(set, set.ReferencedStudySequence,
                                    FitStudyValue(ReferencedStudiesText(iod)), Fill::kEmptyOnly);
   return AddModality(set.Modality, CutToColumn(AttributeText(iod, 0x0008, 0x0060))) || changed;
 }
@@ -177,7 +177,7 @@ std::string PatientFilter(const std::string& patientID, const std::string& name)
   std::string core = StripUHN(patientID);
   if (core.empty()) core = patientID;
   // The substring is matched as written: "%" and "_" in an ID are no wildcards.
-  const std::string like = SqlText(store_objects::LikeText(core));
+  const std::string like = SqlText(KESTREL::storage::LikeText(core));
   return name.empty() ? Printf("[PatientID] LIKE '%%%s%%' ESCAPE '\\' AND [PatientsName] Is Null",
                                like.c_str())
                       : Printf("[PatientID] LIKE '%%%s%%' ESCAPE '\\' AND [PatientsName] = '%s'",

@@ -18,7 +18,7 @@
 #include "IndexText.h"
 
 namespace fs = std::filesystem;
-using store_objects::Printf;
+using KESTREL::storage::Printf;
 
 namespace {
 
@@ -63,7 +63,7 @@ Naming ReadNaming(DICOMObject* object, const char* logPrefix) {
     } else {
       const char* text = static_cast<const char*>(vr->Data);
       naming.values[i] =
-          store_objects::TrimTrailingBlanks(std::string(text, strnlen(text, vr->Length)));
+          KESTREL::storage::TrimTrailingBlanks(std::string(text, strnlen(text, vr->Length)));
     }
   }
   return naming;
@@ -104,7 +104,7 @@ class StoreCodec : public DICOMCodec {
   explicit StoreCodec(DICOMObject* object) {
     if (VR* source = object->Find(0x0002, 0x0016); source && source->Data) {
       const char* text = static_cast<const char*>(source->Data);
-      sourceAE_ = store_objects::TrimBlanks(std::string(text, strnlen(text, source->Length)));
+      sourceAE_ = KESTREL::storage::TrimBlanks(std::string(text, strnlen(text, source->Length)));
     }
   }
   std::string GetLocalAETitle() const override { return sourceAE_; }

@@ -222,7 +222,7 @@ TEST(StandardStorageLoad, LoadedInstanceIsTheWholeFile) {
 // Every UN element of a data set with an even (standard) group, at any depth.
 int StandardUNElements(DICOMObject* object) {
   int count = 0;
-  (void)typed_copy::ForEachElement(object, [&](VR* element) {
+  (void)KESTREL::typed_copy::ForEachElement(object, [&](VR* element) {
     if (!(element->Group & 1) && element->TypeCode == MakeTypeCode('U', 'N')) ++count;
     if (element->SequenceItems)
       for (uint32_t i = 0; i < element->SequenceItems->GetSize(); ++i)

@@ -32,10 +32,10 @@ inline bool WriteVariant(const std::string& name, const std::vector<Edit>& edits
   std::unique_ptr<DICOMDataObject> sample = typed_test::LoadSample(name);
   if (!sample) return false;
   DICOMDataObject edited;
-  (void)typed_copy::ForEachElement(sample.get(), [&](VR* element) {
+  (void)KESTREL::typed_copy::ForEachElement(sample.get(), [&](VR* element) {
     for (const Edit& edit : edits)
       if (edit.group == element->Group && edit.element == element->Element) return;
-    (void)typed_copy::PushCopy(&edited, element);
+    (void)KESTREL::typed_copy::PushCopy(&edited, element);
   });
   for (const Edit& edit : edits) {
     if (!edit.value) continue;

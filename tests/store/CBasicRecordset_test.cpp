@@ -35,7 +35,7 @@ struct InjectedFailures {
   int selects = 0;
   std::string message = "injected: database is busy";
   void Install() {
-    kestrel_store::SetStatementHook([this](const std::string& sql) {
+    KESTREL::store::SetStatementHook([this](const std::string& sql) {
       selects += sql.compare(0, 6, "SELECT") == 0;
       if (sql.compare(0, verb.size(), verb) != 0) return;
       ++seen;
@@ -60,7 +60,7 @@ class CBasicRecordsetTest : public DatabaseTest {
     KESTREL::SetLastErrorText("");
   }
   void TearDown() override {
-    kestrel_store::SetStatementHook(nullptr);
+    KESTREL::store::SetStatementHook(nullptr);
     DatabaseTest::TearDown();
   }
   std::string NameOf(const std::string& patientId) {
@@ -196,7 +196,7 @@ TEST_P(CBasicRecordsetTest, UpdateGivesUpAfterAHundredFailures) {
   EXPECT_GE(elapsed, std::chrono::milliseconds(1100));
   EXPECT_LE(elapsed, std::chrono::milliseconds(11100 + 5000));
   EXPECT_EQ(set.ErrorText, update.message);
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_EQ(NameOf("P2"), "Name^P2");
 }
 
@@ -218,7 +218,7 @@ TEST_P(CBasicRecordsetTest, UpdateAndAddNewGoThroughAfterPassingFailures) {
   set.PatientID = "P4";
   EXPECT_TRUE(set.Update());
   EXPECT_EQ(insert.seen, 3);
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_EQ(NameOf("P2"), "Changed");
   EXPECT_EQ(Patients(), 4);  // added once, not three times
 }
@@ -231,7 +231,7 @@ TEST_P(CBasicRecordsetTest, DeleteRetriesOnTheSameRowReadingTheSetAgain) {
   InjectedFailures del{"DELETE", 2};
   del.Install();
   set.Delete();
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_EQ(del.selects, 2);  // read again after each failure
   EXPECT_TRUE(set.IsDeleted());
   EXPECT_EQ(NameOf("P1"), "Name^P1");
@@ -246,7 +246,7 @@ TEST_P(CBasicRecordsetTest, DeleteOpenedForDirectExecutionDoesNotReadAgain) {
   InjectedFailures del{"DELETE", 2};
   del.Install();
   set.Delete();
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_EQ(del.seen, 3);
   EXPECT_EQ(del.selects, 0);
   EXPECT_EQ(NameOf("P1"), "<missing>");
@@ -259,12 +259,12 @@ TEST_P(CBasicRecordsetTest, DeleteGivesUpWhenTheSetCannotBeReadAgain) {
   CPatientSet set(&database);
   ASSERT_TRUE(set.Open());
   int deletes = 0;
-  kestrel_store::SetStatementHook([&](const std::string& sql) {
+  KESTREL::store::SetStatementHook([&](const std::string& sql) {
     if (sql.compare(0, 6, "DELETE") == 0 && ++deletes) throw CDBException("40001", "busy");
     if (sql.compare(0, 6, "SELECT") == 0) throw CDBException("08S01", "connection lost");
   });
   set.Delete();
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_EQ(deletes, 1);
   EXPECT_EQ(set.ErrorText, "busy");
   EXPECT_EQ(Patients(), 3);
@@ -281,7 +281,7 @@ TEST_P(CBasicRecordsetTest, DeleteOfARowSomeoneElseDeletedMeanwhileCountsAsDone)
   // The first try fails, and before the set reads again another writer removes the row.
   int deletes = 0;
   bool armed = true;
-  kestrel_store::SetStatementHook([&](const std::string& sql) {
+  KESTREL::store::SetStatementHook([&](const std::string& sql) {
     if (sql.compare(0, 6, "DELETE") != 0) return;
     ++deletes;
     if (!armed) return;
@@ -290,7 +290,7 @@ TEST_P(CBasicRecordsetTest, DeleteOfARowSomeoneElseDeletedMeanwhileCountsAsDone)
     throw CDBException("40001", "busy");
   });
   set.Delete();
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_EQ(deletes, 2);  // ours, which failed, and the other writer's
   EXPECT_TRUE(set.IsDeleted());
   EXPECT_EQ(Patients(), 2);
@@ -329,18 +329,18 @@ TEST_P(CBasicRecordsetTest, OtherFailuresAreLoggedWithTheOperationAndItsArgument
   kestrel_test::TempDir logDir;
   kestrel_test::ScopedSettings settings(logDir,
                                         kestrel_test::ScopedSettings::WithLogDir(logDir.path()));
-  kestrel_store::SetStatementHook([](const std::string& sql) {
+  KESTREL::store::SetStatementHook([](const std::string& sql) {
     if (sql.compare(0, 6, "SELECT") == 0) throw std::logic_error("no reading today");
   });
   CPatientSet failingOpen(&database);
   EXPECT_FALSE(failingOpen.Open(CRecordset::snapshot, "[Patient]", 4));
   EXPECT_EQ(KESTREL::GetLastErrorText(), "");  // not a database failure
 
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   CPatientSet set(&database);
   ASSERT_TRUE(set.Open());
   int updates = 0;
-  kestrel_store::SetStatementHook([&updates](const std::string& sql) {
+  KESTREL::store::SetStatementHook([&updates](const std::string& sql) {
     if (sql.compare(0, 6, "UPDATE") == 0 && ++updates) throw std::runtime_error("disk on fire");
   });
   set.Edit();

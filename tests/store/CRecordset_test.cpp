@@ -51,7 +51,7 @@ class CRecordsetTest : public DatabaseTest {
         "[Count] INTEGER, [Ratio] DOUBLE PRECISION, [Taken] TIMESTAMP)");
   }
   void TearDown() override {
-    kestrel_store::SetStatementHook(nullptr);
+    KESTREL::store::SetStatementHook(nullptr);
     DatabaseTest::TearDown();
   }
   // Rows with Id 1..n and Name "row<Id>".
@@ -267,7 +267,7 @@ TEST_P(CRecordsetTest, EditWritesOnlyTheFieldsThatChanged) {
 
   // Nothing changed: nothing is written, and the plain set says so.
   int statements = 0;
-  kestrel_store::SetStatementHook([&statements](const std::string&) { ++statements; });
+  KESTREL::store::SetStatementHook([&statements](const std::string&) { ++statements; });
   set.Edit();
   set.Name = "mine";
   EXPECT_FALSE(set.Update());

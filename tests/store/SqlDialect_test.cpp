@@ -6,18 +6,18 @@
 
 namespace {
 
-using kestrel_store::Dialect;
-using kestrel_store::DialectFor;
-using kestrel_store::TranslateSql;
+using KESTREL::store::Dialect;
+using KESTREL::store::DialectFor;
+using KESTREL::store::TranslateSql;
 
 const Dialect kSQLite = DialectFor("SQLite", "\"");
 const Dialect kPostgreSQL = DialectFor("PostgreSQL", "\"");
 
 TEST(SqlDialectTest, DialectComesFromTheDriversProductName) {
-  EXPECT_EQ(DialectFor("SQLite", "\"").kind, kestrel_store::DialectKind::kSQLite);
-  EXPECT_EQ(DialectFor("PostgreSQL", "\"").kind, kestrel_store::DialectKind::kPostgreSQL);
+  EXPECT_EQ(DialectFor("SQLite", "\"").kind, KESTREL::store::DialectKind::kSQLite);
+  EXPECT_EQ(DialectFor("PostgreSQL", "\"").kind, KESTREL::store::DialectKind::kPostgreSQL);
   const Dialect mysql = DialectFor("MySQL", "`");
-  EXPECT_EQ(mysql.kind, kestrel_store::DialectKind::kOther);
+  EXPECT_EQ(mysql.kind, KESTREL::store::DialectKind::kOther);
   EXPECT_EQ(mysql.quote, '`');
   EXPECT_EQ(TranslateSql("SELECT [AE Title] FROM [Server]", mysql),
             "SELECT `AE Title` FROM `Server`");
@@ -86,8 +86,8 @@ TEST(SqlDialectTest, CatalogNamesForKeyLookups) {
       {"[Server ID Table]", "", "Server ID Table", "", "server id table"},
   };
   for (const Case& c : cases) {
-    const kestrel_store::CatalogName sqlite = kestrel_store::CatalogNameOf(c.table, kSQLite);
-    const kestrel_store::CatalogName pg = kestrel_store::CatalogNameOf(c.table, kPostgreSQL);
+    const KESTREL::store::CatalogName sqlite = KESTREL::store::CatalogNameOf(c.table, kSQLite);
+    const KESTREL::store::CatalogName pg = KESTREL::store::CatalogNameOf(c.table, kPostgreSQL);
     EXPECT_EQ(sqlite.schema, c.sqliteSchema) << c.table;
     EXPECT_EQ(sqlite.table, c.sqliteTable) << c.table;
     EXPECT_EQ(pg.schema, c.postgresqlSchema) << c.table;
@@ -115,8 +115,8 @@ TEST(SqlDialectTest, TellsStatementsJoinsAndSingleTablesApart) {
       {"Selection", false, true},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(kestrel_store::IsSelectStatement(c.text), c.select) << c.text;
-    EXPECT_EQ(kestrel_store::IsSingleTableName(c.text), c.single) << c.text;
+    EXPECT_EQ(KESTREL::store::IsSelectStatement(c.text), c.select) << c.text;
+    EXPECT_EQ(KESTREL::store::IsSingleTableName(c.text), c.single) << c.text;
   }
 }
 
@@ -134,7 +134,7 @@ TEST(SqlDialectTest, ColumnPartOfBoundNames) {
   };
   for (const Case& c : cases) {
     std::string qualifier = "stale";
-    EXPECT_EQ(kestrel_store::ColumnPartOf(c.bound, &qualifier), c.column) << c.bound;
+    EXPECT_EQ(KESTREL::store::ColumnPartOf(c.bound, &qualifier), c.column) << c.bound;
     EXPECT_EQ(qualifier, c.qualifier) << c.bound;
   }
 }
@@ -146,7 +146,7 @@ TEST(SqlDialectTest, SplitsScriptsOnSemicolonsOutsideLiteralsAndNames) {
       "\n"
       "INSERT INTO t VALUES ('it''s; fine')  ;;\n"
       "SELECT \"q;q\"";
-  const std::vector<std::string> statements = kestrel_store::SplitStatements(script);
+  const std::vector<std::string> statements = KESTREL::store::SplitStatements(script);
   ASSERT_EQ(statements.size(), 3u);
   EXPECT_EQ(statements[0], "CREATE TABLE [a;b] (x TEXT DEFAULT ';')");
   EXPECT_EQ(statements[1], "INSERT INTO t VALUES ('it''s; fine')");
@@ -169,7 +169,7 @@ TEST(SqlDialectTest, LiteralsBecomeParametersOutsideNames) {
   };
   for (const Case& c : cases) {
     std::vector<std::string> values{"stale"};
-    EXPECT_EQ(kestrel_store::ParameterizeLiterals(c.sql, &values), c.parameterized) << c.sql;
+    EXPECT_EQ(KESTREL::store::ParameterizeLiterals(c.sql, &values), c.parameterized) << c.sql;
     EXPECT_EQ(values, c.values) << c.sql;
   }
 }

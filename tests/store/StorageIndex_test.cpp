@@ -186,13 +186,13 @@ TEST_P(StorageIndexTest, AnImageStoredAgainRewritesItsOneRow) {
 
 TEST_P(StorageIndexTest, AFailureOnTheLastRowLeavesNoneOfTheOthers) {
   auto storage = Make({"P1", "A^B", "5.1", "5.1.1", "5.1.1.1"});
-  kestrel_store::SetStatementHook([](const std::string& sql) {
+  KESTREL::store::SetStatementHook([](const std::string& sql) {
     if (sql.find("FROM `Image`") != std::string::npos ||
         sql.find("FROM \"image\"") != std::string::npos)
       throw CDBException("HY000", "the disk is full");
   });
   const int indexed = storage->UpdateDatabase(&database, nullptr);
-  kestrel_store::SetStatementHook(nullptr);
+  KESTREL::store::SetStatementHook(nullptr);
   EXPECT_FALSE(indexed);
   EXPECT_NE(KESTREL::GetLastErrorText().find("the disk is full"), std::string::npos);
   EXPECT_EQ(Count<CPatientSet>(database), 0);

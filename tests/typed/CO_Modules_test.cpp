@@ -178,7 +178,7 @@ TEST(IODs, TakeADecodedStream) {
     SCOPED_TRACE(file);
     std::unique_ptr<DICOMDataObject> source = LoadSample(file);
     ASSERT_NE(source, nullptr);
-    std::unique_ptr<DICOMDataObject> copy(typed_copy::CopyObject(source.get()));
+    std::unique_ptr<DICOMDataObject> copy(KESTREL::typed_copy::CopyObject(source.get()));
     ASSERT_NE(copy, nullptr);
     DICOMCodec codec;
     ByteBuffer buffer;
@@ -198,7 +198,7 @@ TEST(IODs, PopHandsOutCopiesInTagOrderAndEmpties) {
   if (!HaveSamples()) GTEST_SKIP() << "pydicom test files not installed";
   std::unique_ptr<DICOMDataObject> source = LoadSample("CT_small.dcm");
   ASSERT_NE(source, nullptr);
-  std::unique_ptr<DICOMDataObject> copy(typed_copy::CopyObject(source.get()));
+  std::unique_ptr<DICOMDataObject> copy(KESTREL::typed_copy::CopyObject(source.get()));
   CTImageIODModule iod;
   EXPECT_GT(iod.MoveFrom(copy.get()), 100u);
   EXPECT_EQ(Sorted(copy.get()).size(), 0u);  // moved, not copied

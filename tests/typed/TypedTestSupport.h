@@ -39,7 +39,7 @@ inline std::string VRText(uint16_t code) {
 // the tags (all when empty).
 inline std::vector<VR*> Sorted(DICOMObject* object, const std::set<uint32_t>& keep = {}) {
   std::vector<VR*> elements;
-  (void)typed_copy::ForEachElement(object, [&](VR* element) {
+  (void)KESTREL::typed_copy::ForEachElement(object, [&](VR* element) {
     if (element->Element == 0) return;
     if (!keep.empty() && !keep.count(Tag(element))) return;
     elements.push_back(element);
