@@ -4,7 +4,6 @@
 // Run: build-bench/bin/kestrel_bench [--benchmark_filter=REGEX] [--benchmark_repetitions=N]
 // Figures go in docs/performance.md; nothing here asserts a time.
 #include <benchmark/benchmark.h>
-
 #include <unistd.h>
 
 #include <algorithm>

@@ -72,7 +72,8 @@ ordered_json PersonName(const std::string& text) {
   size_t start = 0;
   for (const char* group : kGroups) {
     size_t end = text.find('=', start);
-    std::string part = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    std::string part =
+        text.substr(start, end == std::string::npos ? std::string::npos : end - start);
     // Trailing empty components may be left out (PS3.5 6.2), so a group of separators only
     // ("^^^^") is an empty group.
     if (part.find_first_not_of('^') != std::string::npos) name[group] = part;
@@ -112,10 +113,12 @@ std::string IconvName(const std::string& term) {
     const char* term;
     const char* iconv;
   } kSets[] = {
-      {"ISO_IR 100", "ISO-8859-1"}, {"ISO_IR 101", "ISO-8859-2"}, {"ISO_IR 109", "ISO-8859-3"},
-      {"ISO_IR 110", "ISO-8859-4"}, {"ISO_IR 144", "ISO-8859-5"}, {"ISO_IR 127", "ISO-8859-6"},
-      {"ISO_IR 126", "ISO-8859-7"}, {"ISO_IR 138", "ISO-8859-8"}, {"ISO_IR 148", "ISO-8859-9"},
-      {"ISO_IR 203", "ISO-8859-15"}, {"ISO_IR 166", "TIS-620"},  {"ISO_IR 13", "SHIFT_JIS"},
+      {"ISO_IR 100", "ISO-8859-1"}, {"ISO_IR 101", "ISO-8859-2"},
+      {"ISO_IR 109", "ISO-8859-3"}, {"ISO_IR 110", "ISO-8859-4"},
+      {"ISO_IR 144", "ISO-8859-5"}, {"ISO_IR 127", "ISO-8859-6"},
+      {"ISO_IR 126", "ISO-8859-7"}, {"ISO_IR 138", "ISO-8859-8"},
+      {"ISO_IR 148", "ISO-8859-9"}, {"ISO_IR 203", "ISO-8859-15"},
+      {"ISO_IR 166", "TIS-620"},    {"ISO_IR 13", "SHIFT_JIS"},
       {"GB18030", "GB18030"},       {"GBK", "GBK"},
   };
   for (const auto& set : kSets)
@@ -172,8 +175,10 @@ ordered_json ElementJson(VR* element, const std::string& charset) {
       values.push_back(NumberOrString(text, vr == "IS"));
   } else if (IsTextVR(vr)) {
     for (const std::string& text : TextValues(element, vr)) {
-      if (text.empty()) values.push_back(nullptr);
-      else values.push_back(IsCharsetText(vr) ? ToUtf8(text, charset) : text);
+      if (text.empty())
+        values.push_back(nullptr);
+      else
+        values.push_back(IsCharsetText(vr) ? ToUtf8(text, charset) : text);
     }
   } else if (vr == "AT") {
     for (const std::string& tag : NumberValues(element, vr)) values.push_back(tag);
@@ -181,8 +186,10 @@ ordered_json ElementJson(VR* element, const std::string& charset) {
              vr == "FL" || vr == "FD") {
     for (const std::string& number : NumberValues(element, vr)) {
       ordered_json value = ordered_json::parse(number, nullptr, false);
-      if (value.is_discarded()) values.push_back(number);  // NaN and infinities
-      else values.push_back(value);
+      if (value.is_discarded())
+        values.push_back(number);  // NaN and infinities
+      else
+        values.push_back(value);
     }
   } else {
     // The value as it is encoded: an odd length gets its padding byte.

@@ -28,9 +28,7 @@ void Progress::Draw() {
 void Progress::Finish() {
   if (terminal_) std::fputc('\n', stderr);
   if (quiet_) return;
-  double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-  std::fprintf(stderr, "%s: %zu files done, %zu failed, %llu bytes, %.2f seconds\n",
-               verb_.c_str(), done_ - failed_, failed_, static_cast<unsigned long long>(bytes_),
-               seconds);
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  std::fprintf(stderr, "%s: %zu files done, %zu failed, %llu bytes, %.2f seconds\n", verb_.c_str(),
+               done_ - failed_, failed_, static_cast<unsigned long long>(bytes_), seconds);
 }

@@ -26,7 +26,6 @@
 #include "kestrel/CDatabase.h"
 #include "kestrel/Socket.h"
 
-
 namespace {
 
 volatile std::sig_atomic_t stopRequested = 0;
@@ -83,8 +82,8 @@ bool PrepareStore(const ServeOptions& options) {
     return false;
   }
   if (removed && !options.quiet)
-    std::fprintf(stderr, "kestrel serve: removed %d partial file%s left in %s/.incoming\n",
-                 removed, removed == 1 ? "" : "s", options.storeDir.c_str());
+    std::fprintf(stderr, "kestrel serve: removed %d partial file%s left in %s/.incoming\n", removed,
+                 removed == 1 ? "" : "s", options.storeDir.c_str());
   return true;
 }
 

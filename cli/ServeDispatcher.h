@@ -73,8 +73,10 @@ class Dispatcher {
  private:
   [[nodiscard]] uint64_t ServeAssociation(PDU_Service& pdu, Connections& connections, uint64_t id);
   [[nodiscard]] bool AnswerNext(PDU_Service& pdu);
-  [[nodiscard]] bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request, uint16_t status);
-  [[nodiscard]] const Handler* FindHandler(DICOMCommandObject& request, uint16_t& unsupported) const;
+  [[nodiscard]] bool AnswerUnsupported(PDU_Service& pdu, DICOMCommandObject* request,
+                                       uint16_t status);
+  [[nodiscard]] const Handler* FindHandler(DICOMCommandObject& request,
+                                           uint16_t& unsupported) const;
 
   ServeSettings settings_;
   ServeCounters& counters_;

@@ -39,8 +39,8 @@ std::string OneLine(const std::string& text) {
 }
 
 void WriteLine(const std::string& text, int level) {
-  std::string line =
-      KESTREL::common::LocalTimestamp() + " [" + std::to_string(level) + "] " + OneLine(text) + "\n";
+  std::string line = KESTREL::common::LocalTimestamp() + " [" + std::to_string(level) + "] " +
+                     OneLine(text) + "\n";
   std::string directory;
   // The log is as fresh as the settings: a changed "Log Dir" counts from the next line on.
   if (KESTREL::common::ReadSetting("Log Dir", &directory) && !directory.empty() &&

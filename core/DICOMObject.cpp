@@ -10,9 +10,7 @@ constexpr uint16_t kTypeOB = MakeTypeCode('O', 'B');
 constexpr uint16_t kTypeUL = MakeTypeCode('U', 'L');
 
 // Encoded size of an element as the object counts it: 8 header bytes and the even value.
-uint32_t CountedSize(const VR* element) {
-  return element->Length + 8 + (element->Length & 1);
-}
+uint32_t CountedSize(const VR* element) { return element->Length + 8 + (element->Length & 1); }
 
 // Group length elements of all groups but 0000 (commands) and 0002 (file meta) are always
 // recomputed, so a pushed one is dropped.

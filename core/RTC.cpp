@@ -1,7 +1,5 @@
 #include "kestrel/RTC.h"
 
-#include "File.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +7,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "File.h"
 
 namespace {
 

@@ -18,8 +18,9 @@ int main(int argc, char** argv) {
     studies.Open();
     int count = 0;
     for (; !studies.IsEOF(); studies.MoveNext(), ++count)
-      std::printf("%s\t%s\t%s\t%s\n", studies.PatientsName.c_str(), studies.PatientPatientID.c_str(),
-                  studies.StudyDate.c_str(), studies.StudyInstanceUID.c_str());
+      std::printf("%s\t%s\t%s\t%s\n", studies.PatientsName.c_str(),
+                  studies.PatientPatientID.c_str(), studies.StudyDate.c_str(),
+                  studies.StudyInstanceUID.c_str());
     std::printf("%d studies\n", count);
   } catch (const CDBException& e) {
     std::fprintf(stderr, "database: %s\n", e.GetErrorMessage().c_str());

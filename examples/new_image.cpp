@@ -19,20 +19,19 @@ int main(int argc, char** argv) {
   std::vector<uint8_t> pixels(rows * columns);
   for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i % columns * 4);
 
-  bool ok =
-      image->SetPatientModule("DOE^JANE", "KESTREL-1", "19700101", "F", nullptr, nullptr,
-                              nullptr, nullptr, nullptr, nullptr) &&
-      image->SetGeneralStudyModule(study.c_str(), "20260101", "120000", "", "1", "", "Example",
-                                   nullptr, nullptr) &&
-      image->SetGeneralSeriesModule("OT", series.c_str(), "1", nullptr, nullptr, nullptr, nullptr,
-                                    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                    nullptr) &&
-      // The copy of the pixels is taken now; Rows, Columns, Samples and Bits Allocated say how
-      // many bytes that is.
-      image->SetImagePixelModule(&samples, "MONOCHROME2", &rows, &columns, &bits, &stored, &high,
-                                 &sign, pixels.data(), nullptr, nullptr, nullptr) &&
-      image->SetSOPCommonModule(CSCStorage::kSOPClassUID, instance.c_str(), nullptr, nullptr,
-                                nullptr, nullptr);
+  bool ok = image->SetPatientModule("DOE^JANE", "KESTREL-1", "19700101", "F", nullptr, nullptr,
+                                    nullptr, nullptr, nullptr, nullptr) &&
+            image->SetGeneralStudyModule(study.c_str(), "20260101", "120000", "", "1", "",
+                                         "Example", nullptr, nullptr) &&
+            image->SetGeneralSeriesModule("OT", series.c_str(), "1", nullptr, nullptr, nullptr,
+                                          nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                          nullptr, nullptr, nullptr) &&
+            // The copy of the pixels is taken now; Rows, Columns, Samples and Bits Allocated say
+            // how many bytes that is.
+            image->SetImagePixelModule(&samples, "MONOCHROME2", &rows, &columns, &bits, &stored,
+                                       &high, &sign, pixels.data(), nullptr, nullptr, nullptr) &&
+            image->SetSOPCommonModule(CSCStorage::kSOPClassUID, instance.c_str(), nullptr, nullptr,
+                                      nullptr, nullptr);
   DICOMCodec files;
   if (!ok || !files.SaveFile(argv[1], 3, image->Get(), "1.2.840.10008.1.2.1")) {
     std::fprintf(stderr, "%s: cannot build or write the image\n", argv[1]);

@@ -24,8 +24,8 @@ int main(int argc, char** argv) {
     image = std::move(any);
   }
   // Null pointers leave an attribute as it is.
-  image->SetPatientModule(argv[3], argv[4], nullptr, nullptr, nullptr, nullptr, nullptr,
-                          nullptr, nullptr, nullptr);
+  image->SetPatientModule(argv[3], argv[4], nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                          nullptr, nullptr);
   // Get() is the instance itself, owned by the storage object. Writing it empties it; the
   // implicit VR input still goes out with every VR, from the dictionary installed with the
   // library.

@@ -3,10 +3,10 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "vxCommon.h"
 #include "Platform.h"
 #include "Tkadv.h"
 #include "kestrel/Notifier.h"
+#include "vxCommon.h"
 
 namespace KESTREL {
 namespace {

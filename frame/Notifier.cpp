@@ -3,8 +3,8 @@
 #include <atomic>
 #include <cstdio>
 
-#include "vxCommon.h"
 #include "Platform.h"
+#include "vxCommon.h"
 
 namespace KESTREL {
 namespace {

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/CDicomDirectory.h"
-#include "kestrel/Status.h"
 #include "DirectoryParser.h"
 #include "FileIDs.h"
 #include "RecordTypes.h"
+#include "kestrel/CDicomDirectory.h"
+#include "kestrel/Status.h"
 
 namespace fs = std::filesystem;
 using KESTREL::dicomdir::Record;

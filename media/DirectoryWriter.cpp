@@ -6,9 +6,9 @@
 #include <fstream>
 #include <system_error>
 
+#include "DirectoryParser.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/UID.h"
-#include "DirectoryParser.h"
 
 namespace fs = std::filesystem;
 

@@ -13,14 +13,14 @@
 #include <tuple>
 #include <vector>
 
-#include "kestrel/CDicomDirectory.h"
-#include "kestrel/DICOMCodec.h"
-#include "kestrel/DICOMObject.h"
-#include "kestrel/Status.h"
 #include "DirectoryParser.h"
 #include "DirectoryWriter.h"
 #include "FileIDs.h"
 #include "RecordTypes.h"
+#include "kestrel/CDicomDirectory.h"
+#include "kestrel/DICOMCodec.h"
+#include "kestrel/DICOMObject.h"
+#include "kestrel/Status.h"
 
 namespace fs = std::filesystem;
 using KESTREL::dicomdir::OutElement;
@@ -105,7 +105,8 @@ bool ScanFile(const fs::path& path, ScannedFile& file, std::string& why) {
     why = "lacks its transfer syntax, SOP class, SOP instance, study or series UID";
     return false;
   }
-  file.objectKeys = KESTREL::dicomdir::ObjectKeys(file.sopClass, o->Find(0x7FE0, 0x0010) != nullptr);
+  file.objectKeys =
+      KESTREL::dicomdir::ObjectKeys(file.sopClass, o->Find(0x7FE0, 0x0010) != nullptr);
   if (!file.objectKeys) {
     why = "is of the SOP class " + file.sopClass + ", which has no directory record type";
     return false;
@@ -266,7 +267,8 @@ int CDicomDirectory::WriteForFolder(const std::string& folder, const std::string
                                Listed(refused));
   std::vector<OutRecord> roots = BuildTree(files);
   std::string error;
-  if (!KESTREL::dicomdir::WriteDirectory((fs::path(folder) / "DICOMDIR").string(), fileSetID, roots, error))
+  if (!KESTREL::dicomdir::WriteDirectory((fs::path(folder) / "DICOMDIR").string(), fileSetID, roots,
+                                         error))
     return Fail(operation, error);
   return 1;
 }

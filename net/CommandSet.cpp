@@ -4,8 +4,8 @@
 #include <memory>
 #include <new>
 
-#include "kestrel/PDU_Service.h"
 #include "Counters.h"
+#include "kestrel/PDU_Service.h"
 
 namespace KESTREL {
 namespace command {

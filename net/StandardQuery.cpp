@@ -2,9 +2,9 @@
 
 #include <memory>
 
+#include "CommandSet.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
-#include "CommandSet.h"
 
 namespace command = KESTREL::command;
 

@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "CommandSet.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/PresentationContext.h"
 #include "kestrel/StandardStorage.h"
-#include "CommandSet.h"
 
 namespace command = KESTREL::command;
 

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
+#include "CommandSet.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/PresentationContext.h"
-#include "CommandSet.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
+#include "PrintExchange.h"
 #include "kestrel/CBasicFilmSession.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
-#include "PrintExchange.h"
 
 namespace {
 

@@ -2,12 +2,12 @@
 
 #include <memory>
 
-#include "vxCommon.h"
+#include "PrintExchange.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
-#include "PrintExchange.h"
+#include "vxCommon.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 
 #include <memory>
 
+#include "PrintExchange.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/CPrintImage.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
-#include "PrintExchange.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <memory>
 
+#include "PrintExchange.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/Status.h"
-#include "PrintExchange.h"
 
 namespace {
 

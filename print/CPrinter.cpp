@@ -2,14 +2,14 @@
 
 #include <vector>
 
-#include "vxCommon.h"
+#include "PrintExchange.h"
 #include "kestrel/CDICOMPrintException.h"
 #include "kestrel/CO_Modules.h"
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/DIMSEN.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/PrintServiceClasses.h"
-#include "PrintExchange.h"
+#include "vxCommon.h"
 
 namespace {
 

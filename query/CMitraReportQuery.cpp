@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "Elements.h"
+#include "FindClient.h"
 #include "kestrel/CResultsArray.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/UID.h"
-#include "Elements.h"
-#include "FindClient.h"
 
 namespace el = KESTREL::query_elements;
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "kestrel/DICOMObject.h"
 #include "RetrieveCore.h"
+#include "kestrel/DICOMObject.h"
 
 namespace {
 using KESTREL::query_layouts::Level;
@@ -65,8 +65,8 @@ void CPatientRootRetrieve::Retrieve(const std::string& patientID, const std::str
                                     const std::string& callingAE, const std::string& calledAE,
                                     KESTREL::KESTREL_STATUS* status) {
   level_ = "IMAGE ";
-  std::unique_ptr<DICOMDataObject> identifier(
-      KESTREL::retrieve::NewIdentifier(Level::kImage, patientID, studyUID, seriesUID, sopInstanceUID));
+  std::unique_ptr<DICOMDataObject> identifier(KESTREL::retrieve::NewIdentifier(
+      Level::kImage, patientID, studyUID, seriesUID, sopInstanceUID));
   Client(identifier.get(), host, port, callingAE, calledAE, status);
 }
 
@@ -74,7 +74,7 @@ int CPatientRootRetrieve::Client(DICOMDataObject* identifier, const std::string&
                                  const std::string& port, const std::string& callingAE,
                                  const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   return KESTREL::retrieve::RunClient(*this, identifier, {host, port, callingAE, calledAE},
-                                  state_->destination, kWriteFailure, status);
+                                      state_->destination, kWriteFailure, status);
 }
 
 void CPatientRootRetrieve::SetMoveDestination(const std::string& aeTitle) {
@@ -90,13 +90,13 @@ int CPatientRootRetrieve::SearchOn(DICOMDataObject* identifier, Array<DICOMDataO
 int CPatientRootRetrieve::RetrieveOn(DICOMDataObject* match, DICOMDataObject** objectToSend,
                                      StandardStorage** storageClass) {
   return KESTREL::retrieve::OpenMatch(kRoot, imageDirectory_, match, objectToSend, storageClass,
-                                  state_->classes);
+                                      state_->classes);
 }
 
 int CPatientRootRetrieve::QualifyOn(unsigned char* moveDestinationAE, unsigned char* localAE,
                                     unsigned char* host, unsigned char* port) {
-  return KESTREL::retrieve::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE, host,
-                                port);
+  return KESTREL::retrieve::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE,
+                                    host, port);
 }
 
 int CPatientRootRetrieve::CallBack(DICOMCommandObject* response, DICOMDataObject* identifier) {

@@ -1,9 +1,9 @@
 #include "kestrel/CStudyRootQuery.h"
 
-#include "kestrel/RecordSets.h"
 #include "QueryProvider.h"
 #include "QueryRequest.h"
 #include "StudyRows.h"
+#include "kestrel/RecordSets.h"
 
 namespace {
 constexpr KESTREL::query_layouts::Root kRoot = KESTREL::query_layouts::Root::kStudy;

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "kestrel/DICOMObject.h"
 #include "RetrieveCore.h"
+#include "kestrel/DICOMObject.h"
 
 namespace {
 using KESTREL::query_layouts::Level;
@@ -64,7 +64,7 @@ int CStudyRootRetrieve::Client(DICOMDataObject* identifier, const std::string& h
                                const std::string& port, const std::string& callingAE,
                                const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   return KESTREL::retrieve::RunClient(*this, identifier, {host, port, callingAE, calledAE},
-                                  state_->destination, kWriteFailure, status);
+                                      state_->destination, kWriteFailure, status);
 }
 
 void CStudyRootRetrieve::SetMoveDestination(const std::string& aeTitle) {
@@ -80,13 +80,13 @@ int CStudyRootRetrieve::SearchOn(DICOMDataObject* identifier, Array<DICOMDataObj
 int CStudyRootRetrieve::RetrieveOn(DICOMDataObject* match, DICOMDataObject** objectToSend,
                                    StandardStorage** storageClass) {
   return KESTREL::retrieve::OpenMatch(kRoot, imageDirectory_, match, objectToSend, storageClass,
-                                  state_->classes);
+                                      state_->classes);
 }
 
 int CStudyRootRetrieve::QualifyOn(unsigned char* moveDestinationAE, unsigned char* localAE,
                                   unsigned char* host, unsigned char* port) {
-  return KESTREL::retrieve::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE, host,
-                                port);
+  return KESTREL::retrieve::Qualify(state_->database, localAETitle_, moveDestinationAE, localAE,
+                                    host, port);
 }
 
 int CStudyRootRetrieve::CallBack(DICOMCommandObject* response, DICOMDataObject* identifier) {

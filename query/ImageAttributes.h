@@ -22,7 +22,8 @@ struct Attribute {
   uint16_t group;
   uint16_t element;
   const char* vr;
-  KESTREL::query_layouts::Level home;  // the level the attribute belongs to (PS3.4 C.6.1.1, C.6.2.1)
+  KESTREL::query_layouts::Level
+      home;  // the level the attribute belongs to (PS3.4 C.6.1.1, C.6.2.1)
   Kind kind;
   // The column holding it in each table (bracketed, table-qualified), or null. For kCount,
   // the subquery, at the index of the table it counts for.

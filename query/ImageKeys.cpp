@@ -2,11 +2,11 @@
 
 #include <memory>
 
+#include "ColumnRecordset.h"
+#include "Elements.h"
 #include "kestrel/CharacterSets.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/KeyMatching.h"
-#include "ColumnRecordset.h"
-#include "Elements.h"
 
 namespace el = KESTREL::query_elements;
 namespace attr = KESTREL::image_attributes;

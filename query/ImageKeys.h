@@ -20,9 +20,10 @@ struct Key {
   uint16_t typeCode = 0;  // as it came
   std::string value;      // in UTF-8, without padding
   bool sequence = false;
-  const KESTREL::image_attributes::Attribute* attribute = nullptr;      // null: the database has it not
-  KESTREL::image_attributes::Table source = KESTREL::image_attributes::kTables;  // kTables: answered empty
-  int column = -1;  // its column in the statement's select list
+  const KESTREL::image_attributes::Attribute* attribute = nullptr;  // null: the database has it not
+  KESTREL::image_attributes::Table source =
+      KESTREL::image_attributes::kTables;  // kTables: answered empty
+  int column = -1;                         // its column in the statement's select list
 };
 
 struct Request {

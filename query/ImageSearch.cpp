@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "ColumnRecordset.h"
+#include "Elements.h"
+#include "ImageKeys.h"
 #include "kestrel/CDBException.h"
 #include "kestrel/CDatabase.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/DIMSEC.h"
 #include "kestrel/Status.h"
-#include "ColumnRecordset.h"
-#include "Elements.h"
-#include "ImageKeys.h"
 
 namespace el = KESTREL::query_elements;
 namespace keys = KESTREL::image_keys;
@@ -70,7 +70,8 @@ class ImageMatches : public FindMatchSource {
       CDatabase* database = Database();
       const bool postgres = database->GetDBMSName() == "PostgreSQL";
       keys::Statement statement = keys::BuildStatement(request_, postgres);
-      rows_ = std::make_unique<KESTREL::query_records::ColumnRecordset>(database, statement.columns);
+      rows_ =
+          std::make_unique<KESTREL::query_records::ColumnRecordset>(database, statement.columns);
       rows_->Filter = statement.filter;
       rows_->Open(CRecordset::kUseDefaultType, statement.sql.c_str());
     } catch (const CDBException& e) {
@@ -155,8 +156,8 @@ class ImageMatches : public FindMatchSource {
       if (!element || !answer->Push(element.get())) return nullptr;
       element.release();
     }
-    if (!el::PushText(answer.get(), 0x0008, 0x0052, KESTREL::query_layouts::LevelKeyword(request_.level),
-                      "CS"))
+    if (!el::PushText(answer.get(), 0x0008, 0x0052,
+                      KESTREL::query_layouts::LevelKeyword(request_.level), "CS"))
       return nullptr;
     // The database holds UTF-8 (ISO_IR 192, PS3.3 C.12.1.1.2); plain ASCII needs no term.
     if ((!ascii || request_.askedCharacterSet) &&

@@ -12,8 +12,8 @@
 #include <memory>
 #include <string>
 
-#include "kestrel/FindProvider.h"
 #include "QueryLayouts.h"
+#include "kestrel/FindProvider.h"
 
 class CDatabase;
 class DICOMDataObject;

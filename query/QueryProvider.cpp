@@ -8,10 +8,12 @@
 
 namespace KESTREL::query_provider {
 
-int Answer(const KESTREL::image_search::Settings& settings, PDU_Service* pdu, DICOMCommandObject* request) {
+int Answer(const KESTREL::image_search::Settings& settings, PDU_Service* pdu,
+           DICOMCommandObject* request) {
   DICOMDataObject identifier;
   if (!pdu || !CFindRQ::Read(request, pdu, &identifier)) return 0;
-  std::unique_ptr<FindMatchSource> source = KESTREL::image_search::OpenSearch(settings, &identifier);
+  std::unique_ptr<FindMatchSource> source =
+      KESTREL::image_search::OpenSearch(settings, &identifier);
   return KESTREL::AnswerFind(pdu, request, *source);
 }
 

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "kestrel/Array.h"
 #include "ImageSearch.h"
+#include "kestrel/Array.h"
 
 class DICOMCommandObject;
 class DICOMDataObject;
@@ -14,7 +14,8 @@ class PDU_Service;
 
 namespace KESTREL::query_provider {
 
-int Answer(const KESTREL::image_search::Settings& settings, PDU_Service* pdu, DICOMCommandObject* request);
+int Answer(const KESTREL::image_search::Settings& settings, PDU_Service* pdu,
+           DICOMCommandObject* request);
 int SearchOn(const KESTREL::image_search::Settings& settings, DICOMDataObject* query,
              Array<DICOMDataObject*>* matches);
 

@@ -4,11 +4,11 @@
 #include <cstring>
 #include <memory>
 
+#include "Elements.h"
+#include "FindClient.h"
 #include "kestrel/CResultsArray.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RTC.h"
-#include "Elements.h"
-#include "FindClient.h"
 
 namespace el = KESTREL::query_elements;
 
@@ -77,7 +77,8 @@ int Requester::Query(StandardQuery& query, const std::string& level, const std::
                      const std::string& calledAE, KESTREL::KESTREL_STATUS* status) {
   const Level asked = KESTREL::query_layouts::LevelOf(level);
   DICOMDataObject identifier;
-  if (!KESTREL::query_layouts::RowLayout(root_, asked).size || !BuildIdentifier(asked, &identifier)) {
+  if (!KESTREL::query_layouts::RowLayout(root_, asked).size ||
+      !BuildIdentifier(asked, &identifier)) {
     KESTREL::SetLastErrorText(std::string(kWriteFailure) + "No query level of this model in \"" +
                               level + "\"\r\n");
     if (status) *status = KESTREL::KESTREL_STATUS_WRITE_FAILED;
@@ -110,9 +111,10 @@ int Requester::ResultSize(KESTREL::query_layouts::Root root, const std::string& 
   return KESTREL::query_layouts::RowLayout(root, KESTREL::query_layouts::LevelOf(level)).size;
 }
 
-const char* Requester::ResultName(KESTREL::query_layouts::Root root, const std::string& level, int slot,
-                                  uint16_t* group, uint16_t* element) {
-  const Layout layout = KESTREL::query_layouts::RowLayout(root, KESTREL::query_layouts::LevelOf(level));
+const char* Requester::ResultName(KESTREL::query_layouts::Root root, const std::string& level,
+                                  int slot, uint16_t* group, uint16_t* element) {
+  const Layout layout =
+      KESTREL::query_layouts::RowLayout(root, KESTREL::query_layouts::LevelOf(level));
   const bool inside = slot >= 0 && slot < layout.size;
   if (group) *group = inside ? layout.slots[slot].group : 0;
   if (element) *element = inside ? layout.slots[slot].element : 0;

@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "kestrel/Status.h"
 #include "QueryLayouts.h"
+#include "kestrel/Status.h"
 
 class CResultsArray;
 class DICOMDataObject;
@@ -20,7 +20,8 @@ namespace KESTREL::query_request {
 
 class Requester {
  public:
-  Requester(KESTREL::query_layouts::Root root, CResultsArray* results) : root_(root), results_(results) {}
+  Requester(KESTREL::query_layouts::Root root, CResultsArray* results)
+      : root_(root), results_(results) {}
 
   // 0 for a group 0000 or 0002 tag, the level (0008,0052) or a value over 1024 characters.
   int SetKey(uint16_t group, uint16_t element, const std::string& value);
@@ -34,11 +35,12 @@ class Requester {
   void AddRow(DICOMDataObject* match);
 
   static int ResultSize(KESTREL::query_layouts::Root root, const std::string& level);
-  static const char* ResultName(KESTREL::query_layouts::Root root, const std::string& level, int slot,
-                                uint16_t* group, uint16_t* element);
+  static const char* ResultName(KESTREL::query_layouts::Root root, const std::string& level,
+                                int slot, uint16_t* group, uint16_t* element);
 
  private:
-  [[nodiscard]] bool BuildIdentifier(KESTREL::query_layouts::Level level, DICOMDataObject* identifier);
+  [[nodiscard]] bool BuildIdentifier(KESTREL::query_layouts::Level level,
+                                     DICOMDataObject* identifier);
 
   KESTREL::query_layouts::Root root_;
   CResultsArray* results_;

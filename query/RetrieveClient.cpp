@@ -4,14 +4,14 @@
 #include <memory>
 #include <string>
 
+#include "Elements.h"
+#include "RetrieveCore.h"
 #include "kestrel/CResultsArray.h"
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/Notifier.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/StandardRetrieve.h"
-#include "Elements.h"
-#include "RetrieveCore.h"
 
 namespace el = KESTREL::query_elements;
 
@@ -89,7 +89,8 @@ DICOMDataObject* NewIdentifier(Level level, const std::string& patientID,
                                const std::string& sopInstanceUID) {
   auto identifier = std::make_unique<DICOMDataObject>();
   // "PATIENT " and "IMAGE " get their blank from the padding to an even length.
-  if (!el::PushText(identifier.get(), 0x0008, 0x0052, KESTREL::query_layouts::LevelKeyword(level), "CS") ||
+  if (!el::PushText(identifier.get(), 0x0008, 0x0052, KESTREL::query_layouts::LevelKeyword(level),
+                    "CS") ||
       !PushValues(identifier.get(), level, patientID, studyUID, seriesUID, sopInstanceUID))
     return nullptr;
   return identifier.release();

@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
+#include "QueryLayouts.h"
 #include "kestrel/Array.h"
 #include "kestrel/Status.h"
-#include "QueryLayouts.h"
 
 class CDatabase;
 class CResultsArray;
@@ -63,9 +63,9 @@ class StorageClasses {
 
 // RetrieveOn: the file of the match under `directory` (flat for the patient root, the store
 // layout for the study root).
-int OpenMatch(KESTREL::query_layouts::Root root, const std::string& directory, DICOMDataObject* match,
-              DICOMDataObject** objectToSend, StandardStorage** storageClass,
-              StorageClasses& classes);
+int OpenMatch(KESTREL::query_layouts::Root root, const std::string& directory,
+              DICOMDataObject* match, DICOMDataObject** objectToSend,
+              StandardStorage** storageClass, StorageClasses& classes);
 
 // CallBack.
 void AddResponseRow(CResultsArray* results, DICOMCommandObject* response,

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "Elements.h"
+#include "RetrieveCore.h"
 #include "kestrel/CStandardStorage.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/RecordSets.h"
 #include "kestrel/StandardRetrieve.h"
 #include "kestrel/StandardStorage.h"
-#include "Elements.h"
-#include "RetrieveCore.h"
 
 namespace el = KESTREL::query_elements;
 

@@ -75,7 +75,9 @@ const char* CModalityWorklistQuery::GetResultName(int slot) {
 
 int CModalityWorklistQuery::SetKey(uint16_t group, uint16_t element, const std::string& value) {
   if (group == 0x0000 || group == 0x0002 || value.size() > kMaxKeyLength) return 0;
-  if (group == KESTREL::worklist::kStepSequenceGroup && element == KESTREL::worklist::kStepSequenceElement) return 0;
+  if (group == KESTREL::worklist::kStepSequenceGroup &&
+      element == KESTREL::worklist::kStepSequenceElement)
+    return 0;
   (InStep(group, element) ? request_->step : request_->top)[{group, element}] = value;
   return 1;
 }
@@ -99,8 +101,8 @@ bool BuildIdentifier(DICOMDataObject* identifier, const std::map<Tag, std::strin
   for (const auto& [tag, key] : topKeys)
     if (!el::PushText(identifier, tag.first, tag.second, key.first, key.second ? key.second : "UN"))
       return false;
-  return el::PushSequence(identifier, KESTREL::worklist::kStepSequenceGroup, KESTREL::worklist::kStepSequenceElement,
-                          std::move(item));
+  return el::PushSequence(identifier, KESTREL::worklist::kStepSequenceGroup,
+                          KESTREL::worklist::kStepSequenceElement, std::move(item));
 }
 
 }  // namespace
@@ -123,7 +125,8 @@ int CModalityWorklistQuery::Query(const std::string& host, const std::string& po
 
 int CModalityWorklistQuery::CallBack(DICOMCommandObject* response, DICOMDataObject* match) {
   if (!results_ || !match) return 0;
-  VR* sequence = match->Find(KESTREL::worklist::kStepSequenceGroup, KESTREL::worklist::kStepSequenceElement);
+  VR* sequence =
+      match->Find(KESTREL::worklist::kStepSequenceGroup, KESTREL::worklist::kStepSequenceElement);
   (void)el::ExpandSequence(sequence);  // FirstItem finds none when it is no item stream
   DICOMDataObject* step = el::FirstItem(sequence);
   auto row = std::make_unique<CResult>();

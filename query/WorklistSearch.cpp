@@ -39,7 +39,8 @@ struct Key {
 };
 
 bool IsStepSequence(uint16_t group, uint16_t element) {
-  return group == KESTREL::worklist::kStepSequenceGroup && element == KESTREL::worklist::kStepSequenceElement;
+  return group == KESTREL::worklist::kStepSequenceGroup &&
+         element == KESTREL::worklist::kStepSequenceElement;
 }
 
 bool IsCharacterSet(const Key& key) { return key.group == 0x0008 && key.element == 0x0005; }
@@ -153,7 +154,8 @@ bool KeyMatches(const Key& key, bool inStep, const CWorklistOrderSet& order) {
   if (key.value.empty()) return true;
   if (inStep && key.group == 0x0008 && key.element == 0x0060)
     return KESTREL::worklist::ModalityMatches(key.value, order);
-  const KESTREL::worklist::Attribute* attribute = KESTREL::worklist::FindAttribute(key.group, key.element, inStep);
+  const KESTREL::worklist::Attribute* attribute =
+      KESTREL::worklist::FindAttribute(key.group, key.element, inStep);
   // A key on an attribute the orders do not hold is not used for matching (PS3.4 C.2.2).
   return !attribute || KESTREL::MatchKey(key.value, attribute->value(order), attribute->vr);
 }
@@ -284,7 +286,8 @@ void CModalityWorklistQuery::SetDatabase(CDatabase* pDatabase) { database_ = pDa
 
 VR* CModalityWorklistQuery::MapElement(uint16_t group, uint16_t element, bool inStep,
                                        const CWorklistOrderSet& order) {
-  const KESTREL::worklist::Attribute* attribute = KESTREL::worklist::FindAttribute(group, element, inStep);
+  const KESTREL::worklist::Attribute* attribute =
+      KESTREL::worklist::FindAttribute(group, element, inStep);
   if (!attribute) return nullptr;
   return el::NewText(group, element, KESTREL::TrimPadding(attribute->value(order)), attribute->vr);
 }

@@ -11,8 +11,8 @@
 #include <thread>
 #include <typeinfo>
 
-#include "vxCommon.h"
 #include "kestrel/Status.h"
+#include "vxCommon.h"
 
 namespace {
 

@@ -105,7 +105,7 @@ void CDatabase::Open(const std::string& connect) {
   d.connect = connect;
   d.dbmsName = InfoString(d.connection.get(), SQL_DBMS_NAME);
   d.dialect = KESTREL::store::DialectFor(d.dbmsName,
-                                        InfoString(d.connection.get(), SQL_IDENTIFIER_QUOTE_CHAR));
+                                         InfoString(d.connection.get(), SQL_IDENTIFIER_QUOTE_CHAR));
 
   // Short lock waits: a writer that meets a lock fails soon and the record sets' random
   // back-off decides when it tries again. The SQLite driver waits as long as its "Timeout"

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "kestrel/CDatabase.h"
 #include "Odbc.h"
 #include "SqlDialect.h"
+#include "kestrel/CDatabase.h"
 
 struct CDatabase::Impl {
   KESTREL::store::EnvHandle environment;

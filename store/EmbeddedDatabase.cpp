@@ -9,10 +9,10 @@
 #include <string>
 #include <system_error>
 
-#include "kestrel/DatabaseSetup.h"
-#include "kestrel/Status.h"
 #include "Odbc.h"
 #include "SqlDialect.h"
+#include "kestrel/DatabaseSetup.h"
+#include "kestrel/Status.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <cstdint>
 
-#include "kestrel/CRecordset.h"
 #include "Binding.h"
+#include "kestrel/CRecordset.h"
 
 using KESTREL::store::Binding;
 using KESTREL::store::Cell;

@@ -1,9 +1,9 @@
 #include <string>
 
-#include "kestrel/DatabaseSetup.h"
-#include "kestrel/Status.h"
 #include "SchemaText.h"
 #include "SqlDialect.h"
+#include "kestrel/DatabaseSetup.h"
+#include "kestrel/Status.h"
 
 namespace {
 
@@ -36,7 +36,8 @@ std::string GetSchemaSQL(bool ris, const std::string& dbmsName) {
     case KESTREL::store::DialectKind::kSQLite:
       return ris ? KESTREL::store::kSchema_ris_sqlite : KESTREL::store::kSchema_image_sqlite;
     case KESTREL::store::DialectKind::kPostgreSQL:
-      return ris ? KESTREL::store::kSchema_ris_postgresql : KESTREL::store::kSchema_image_postgresql;
+      return ris ? KESTREL::store::kSchema_ris_postgresql
+                 : KESTREL::store::kSchema_image_postgresql;
     case KESTREL::store::DialectKind::kOther:
       break;
   }

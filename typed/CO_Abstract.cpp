@@ -4,8 +4,8 @@
 #include <new>
 #include <typeinfo>
 
-#include "kestrel/VRReferentialIntegrityDatabase.h"
 #include "ElementCopy.h"
+#include "kestrel/VRReferentialIntegrityDatabase.h"
 
 CO_Abstract::CO_Abstract(const char* name, const CO_AttributeInfo* table, uint32_t count,
                          VRReferentialIntegrityDatabase* database)
@@ -167,7 +167,8 @@ bool CO_Abstract::WriteTo(DICOMObject* target) {
   if (!target) return false;
   bool ok = true;
   for (Slot& slot : slots_)
-    if (slot.element->HasValue() && !KESTREL::typed_copy::PushCopy(target, slot.element)) ok = false;
+    if (slot.element->HasValue() && !KESTREL::typed_copy::PushCopy(target, slot.element))
+      ok = false;
   return ok;
 }
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <new>
 
-#include "kestrel/VRReferentialIntegrityDatabase.h"
 #include "ElementCopy.h"
+#include "kestrel/VRReferentialIntegrityDatabase.h"
 
 namespace {
 

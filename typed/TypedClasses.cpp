@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "kestrel/VR_XXTYPED.h"
 #include "TextRules.h"
+#include "kestrel/VR_XXTYPED.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <new>
 #include <string>
 
-#include "kestrel/VRReferentialIntegrityDatabase.h"
 #include "TextRules.h"
+#include "kestrel/VRReferentialIntegrityDatabase.h"
 
 namespace {
 

@@ -149,7 +149,7 @@ class PQueueOfPtr : public Array<T> {
       if (left >= this->Count) break;
       uint32_t child = left;
       uint32_t right = left + 1;
-      if (right < this->Count && *this->Get(left) > *this->Get(right)) child = right;
+      if (right<this->Count&&* this->Get(left)> * this->Get(right)) child = right;
       T& childValue = this->Get(child);
       if (!(*moving > *childValue)) break;
       T& here = this->Get(i);

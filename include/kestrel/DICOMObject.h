@@ -20,7 +20,7 @@ class KESTREL_API VR {
  public:
   uint16_t Group = 0;
   uint16_t Element = 0;
-  uint32_t Length = 0;  // bytes of value; 0xFFFFFFFF (undefined) becomes 0 when pushed
+  uint32_t Length = 0;   // bytes of value; 0xFFFFFFFF (undefined) becomes 0 when pushed
   void* Data = nullptr;  // exactly Length bytes in host byte order, or null
   int32_t OwnsData = 1;  // when true the buffer is freed with the element
   uint32_t Reserved = 0;
@@ -86,8 +86,8 @@ class KESTREL_API DICOMObject : public PQueueOfPtr<VRGroupPQueue*> {
   VRGroupPQueue* LastGroup = nullptr;  // the group that took the last push
   VR* LastVR = nullptr;                // the element last pushed
   uint32_t Reserved1 = 0;
-  uint32_t Length = 0;  // encoded length of the whole object, group lengths included
-  int32_t Sealed = 0;   // true once popping has begun
+  uint32_t Length = 0;                 // encoded length of the whole object, group lengths included
+  int32_t Sealed = 0;                  // true once popping has begun
   PQueueOfPtr<VRGroupPQueue*> Groups;  // the groups while the object is being filled
   DICOMObject* Forward = nullptr;      // when set, pushes go there instead
   uint32_t Reserved2 = 0;

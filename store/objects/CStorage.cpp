@@ -5,10 +5,10 @@
 #include <memory>
 #include <new>
 
+#include "ModuleSetters.h"
 #include "kestrel/CO_Modules.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/ImageIODModule.h"
-#include "ModuleSetters.h"
 
 using KESTREL::storage::All;
 using KESTREL::storage::SetBinary;

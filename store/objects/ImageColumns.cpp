@@ -3,14 +3,14 @@
 #include <iterator>
 #include <string>
 
+#include "IndexColumns.h"
+#include "IndexText.h"
 #include "kestrel/CStorage.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
 #include "kestrel/ModalityStorage.h"
 #include "kestrel/RecordSets.h"
 #include "kestrel/Status.h"
-#include "IndexColumns.h"
-#include "IndexText.h"
 
 using KESTREL::storage::AttributeText;
 using KESTREL::storage::Column;
@@ -124,8 +124,8 @@ int CStorage::UpdateImageRow(CDatabase* pDatabase, int& nAdded, const char* pszT
   if (syntax.empty()) syntax = kImplicitLittleEndian;
 
   CImageSet set(pDatabase);
-  set.Filter =
-      KESTREL::storage::Printf("[SOPInstanceUID]='%s'", KESTREL::storage::SqlText(instance).c_str());
+  set.Filter = KESTREL::storage::Printf("[SOPInstanceUID]='%s'",
+                                        KESTREL::storage::SqlText(instance).c_str());
   if (!set.Open()) return 0;
   const bool adding = set.IsEOF();
   if (adding)
@@ -138,7 +138,7 @@ int CStorage::UpdateImageRow(CDatabase* pDatabase, int& nAdded, const char* pszT
     changed |= KESTREL::storage::FillColumns(set, modality->columns, modality->count, iod, fill);
     if (modality->viewCodeMeaning)
       changed |= KESTREL::storage::Assign(set, set.ViewCodeSequenceMeaning,
-                                       CutToColumn(ViewCodeMeaning(iod)), fill);
+                                          CutToColumn(ViewCodeMeaning(iod)), fill);
   }
   changed |= KESTREL::storage::Assign(set, set.TransferSyntax, CutToColumn(syntax), fill);
   if (adding) set.SOPInstanceUID = instance;

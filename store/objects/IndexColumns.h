@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "kestrel/ImageIODModule.h"
 #include "IndexText.h"
+#include "kestrel/ImageIODModule.h"
 
 namespace KESTREL::storage {
 

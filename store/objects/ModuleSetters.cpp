@@ -1,11 +1,10 @@
 #include "ModuleSetters.h"
 
-#include "kestrel/CO_Abstract.h"
-
 #include <cstring>
 #include <new>
 #include <string>
 
+#include "kestrel/CO_Abstract.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/VR_XXTYPED.h"
 

@@ -9,7 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "vxCommon.h"
+#include "IndexColumns.h"
+#include "IndexText.h"
 #include "kestrel/CDatabase.h"
 #include "kestrel/CDestination.h"
 #include "kestrel/CStorage.h"
@@ -18,8 +19,7 @@
 #include "kestrel/NewStudyEvent.h"
 #include "kestrel/RecordSets.h"
 #include "kestrel/Status.h"
-#include "IndexColumns.h"
-#include "IndexText.h"
+#include "vxCommon.h"
 
 using KESTREL::storage::AttributeText;
 using KESTREL::storage::Column;
@@ -145,8 +145,8 @@ bool AddModality(std::string& list, const std::string& modality) {
 void FillNewStudy(CStudySet& set, ImageIODModule* iod, int32_t patientUID,
                   const std::string& patientID) {
   FillColumns(set, kStudyColumns, iod, Fill::kPresent, FitStudyValue);
-  KESTREL::storage::Assign(set, set.ReferencedStudySequence, FitStudyValue(ReferencedStudiesText(iod)),
-                        Fill::kPresent);
+  KESTREL::storage::Assign(set, set.ReferencedStudySequence,
+                           FitStudyValue(ReferencedStudiesText(iod)), Fill::kPresent);
   set.StudyInstanceUID = CutToColumn(AttributeText(iod, 0x0020, 0x000D));
   set.PatientUID = patientUID;
   if (!patientID.empty()) set.PatientID = patientID;
@@ -162,7 +162,7 @@ void FillNewStudy(CStudySet& set, ImageIODModule* iod, int32_t patientUID,
 bool CompleteStudy(CStudySet& set, ImageIODModule* iod) {
   bool changed = FillColumns(set, kStudyColumns, iod, Fill::kEmptyOnly, FitStudyValue);
   changed |= KESTREL::storage::Assign(set, set.ReferencedStudySequence,
-                                   FitStudyValue(ReferencedStudiesText(iod)), Fill::kEmptyOnly);
+                                      FitStudyValue(ReferencedStudiesText(iod)), Fill::kEmptyOnly);
   return AddModality(set.Modality, CutToColumn(AttributeText(iod, 0x0008, 0x0060))) || changed;
 }
 

@@ -9,13 +9,13 @@
 #include <string>
 #include <system_error>
 
-#include "vxCommon.h"
+#include "IndexText.h"
 #include "kestrel/CStorage.h"
 #include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/ImageIODModule.h"
 #include "kestrel/Status.h"
-#include "IndexText.h"
+#include "vxCommon.h"
 
 namespace fs = std::filesystem;
 using KESTREL::storage::Printf;

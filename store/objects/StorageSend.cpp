@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "vxCommon.h"
 #include "kestrel/CStorage.h"
 #include "kestrel/ConnectFailure.h"
 #include "kestrel/DICOMCodec.h"
@@ -19,6 +18,7 @@
 #include "kestrel/PresentationContext.h"
 #include "kestrel/StandardStorage.h"
 #include "kestrel/VR_XXTYPED.h"
+#include "vxCommon.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include <string>
 
-#include "vxCommon.h"
 #include "frame/Platform.h"
 #include "tests/frame/FrameTestSupport.h"
+#include "vxCommon.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include "kestrel/PDU_Service.h"
 #include "kestrel/RTC.h"
 #include "kestrel/StandardStorage.h"
-#include "tests/interop/DcmtkPeer.h"
 #include "tests/TestValues.h"
+#include "tests/interop/DcmtkPeer.h"
 
 namespace fs = std::filesystem;
 

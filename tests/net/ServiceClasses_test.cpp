@@ -13,8 +13,8 @@
 #include "kestrel/StandardRetrieve.h"
 #include "kestrel/StandardStorage.h"
 #include "kestrel/Verification.h"
-#include "tests/net/NetTestSupport.h"
 #include "tests/TestValues.h"
+#include "tests/net/NetTestSupport.h"
 
 using namespace net_test;
 
