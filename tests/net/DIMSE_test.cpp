@@ -20,18 +20,6 @@ using namespace net_test;
 
 namespace {
 
-void PushUS(DICOMObject* object, uint16_t element, uint16_t value) {
-  auto* vr = new VR(0x0000, element, 2, true);
-  std::memcpy(vr->Data, &value, 2);
-  ASSERT_TRUE(object->Push(vr));
-}
-
-void PushText(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text) {
-  auto* vr = new VR(group, element, static_cast<uint32_t>(text.size()), true);
-  std::memcpy(vr->Data, text.data(), text.size());
-  ASSERT_TRUE(object->Push(vr));
-}
-
 std::unique_ptr<DICOMDataObject> DataSet() {
   auto data = std::make_unique<DICOMDataObject>();
   PushText(data.get(), 0x0008, 0x0016, kCTStorage);
@@ -82,7 +70,7 @@ TEST(CommandSetBytes, EchoResponseMatchesTheGolden) {
     // Answer a request whose Message ID was 3, whatever the counter gave.
     DICOMCommandObject asked;
     PushText(&asked, 0x0000, 0x0002, std::string(kVerification) + '\0');
-    PushUS(&asked, 0x0110, 3);
+    PushUS(&asked, 0x0000, 0x0110, 3);
     EXPECT_EQ(CEchoRSP::Write(&acceptor, &asked, 0x0000), 1);
     acceptor.Read(&request);
   });
@@ -126,9 +114,9 @@ TEST(CommandClasses, WrittenAndReadBack) {
     PushText(command.get(), 0x0000, 0x0002, std::string(kCTStorage) + '\0');
     PushText(command.get(), 0x0000, 0x1000, "1.2.3.4.5.6");
     PushText(command.get(), 0x0000, 0x1001, "1.2.3.4.5.7");
-    PushUS(command.get(), 0x0110, 41);
-    PushUS(command.get(), 0x1002, 5);
-    PushUS(command.get(), 0x1008, 6);
+    PushUS(command.get(), 0x0000, 0x0110, 41);
+    PushUS(command.get(), 0x0000, 0x1002, 5);
+    PushUS(command.get(), 0x0000, 0x1008, 6);
     return command;
   };
   using Writer = std::function<int(PDU_Service*)>;
@@ -279,8 +267,8 @@ TEST(CommandClasses, WrittenAndReadBack) {
 TEST(CommandClasses, ReadChecks) {
   auto command = [](uint16_t field, uint16_t dataSetType) {
     auto made = std::make_unique<DICOMCommandObject>();
-    PushUS(made.get(), 0x0100, field);
-    PushUS(made.get(), 0x0800, dataSetType);
+    PushUS(made.get(), 0x0000, 0x0100, field);
+    PushUS(made.get(), 0x0000, 0x0800, dataSetType);
     return made;
   };
   struct Case {

@@ -1,7 +1,10 @@
 #include "tests/net/NetTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -14,6 +17,18 @@ namespace net_test {
 Listener::Listener() {
   socket_.ListenOnFreePort();
   port_ = socket_.GetLocalPort();
+}
+
+void PushText(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text) {
+  auto* vr = new VR(group, element, static_cast<uint32_t>(text.size()), true);
+  if (!text.empty()) std::memcpy(vr->Data, text.data(), text.size());
+  ASSERT_TRUE(object->Push(vr));
+}
+
+void PushUS(DICOMObject* object, uint16_t group, uint16_t element, uint16_t value) {
+  auto* vr = new VR(group, element, 2, true);
+  std::memcpy(vr->Data, &value, 2);
+  ASSERT_TRUE(object->Push(vr));
 }
 
 int Listener::Accept(int milliseconds) { return socket_.AcceptHandle(milliseconds); }

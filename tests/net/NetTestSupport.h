@@ -96,6 +96,10 @@ std::vector<uint8_t> DataTF(const std::vector<Value>& values);
 // The presentation context IDs proposed in an A-ASSOCIATE-RQ body, in order.
 std::vector<uint8_t> ProposedContextIDs(const RawPDU& request);
 
+// Appends an element with `text` (as given, no padding) or a US `value` to `object`.
+void PushText(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text);
+void PushUS(DICOMObject* object, uint16_t group, uint16_t element, uint16_t value);
+
 // A requester connected to an acceptor PDU_Service on a thread. The acceptor serves one
 // connection with ServeSocket and then runs `acceptorBody` (if the association was made).
 class AssociationPair {

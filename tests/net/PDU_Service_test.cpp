@@ -20,6 +20,14 @@ namespace pdu = KESTREL::pdu;
 
 namespace {
 
+// Sets up `requester` to propose `syntaxes`; a timeout of 0 leaves the default.
+void Propose(PDU_Service& requester, std::vector<const char*> syntaxes = {kVerification},
+             int timeout = 5) {
+  requester.SetApplicationContext(kApplicationContext);
+  for (const char* syntax : syntaxes) requester.AddAbstractSyntax(syntax);
+  if (timeout) requester.SetTimeout(timeout);
+}
+
 using Clock = std::chrono::steady_clock;
 
 // A command set or data set as bytes, encoded the way the codec sends it.
@@ -28,18 +36,6 @@ std::vector<uint8_t> Encoded(DICOMObject* object, int mode) {
   ByteBuffer buffer;
   EXPECT_TRUE(codec.Encode(object, buffer, mode, true));
   return std::vector<uint8_t>(buffer.Data(), buffer.Data() + buffer.Size());
-}
-
-void PushUS(DICOMObject* object, uint16_t group, uint16_t element, uint16_t value) {
-  auto* vr = new VR(group, element, 2, true);
-  std::memcpy(vr->Data, &value, 2);
-  ASSERT_TRUE(object->Push(vr));
-}
-
-void PushText(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text) {
-  auto* vr = new VR(group, element, static_cast<uint32_t>(text.size()), true);
-  std::memcpy(vr->Data, text.data(), text.size());
-  ASSERT_TRUE(object->Push(vr));
 }
 
 std::vector<uint8_t> SmallCommand() {
@@ -58,9 +54,7 @@ std::vector<uint8_t> SmallDataSet() {
 class ScriptedAcceptor : public ::testing::Test {
  protected:
   void SetUp() override {
-    requester_.SetApplicationContext(kApplicationContext);
-    requester_.AddAbstractSyntax(kVerification);
-    requester_.SetTimeout(5);
+    Propose(requester_);
     PeerThread accept([this] {
       peer_ = std::make_unique<RawPeer>(listener_.Accept());
       RawPDU request;
@@ -121,10 +115,7 @@ TEST(Association, TwoAbstractSyntaxesGetOddIncreasingIDs) {
       peer.Send(Reject(1, 1, 1));
     });
     PDU_Service requester;
-    requester.SetApplicationContext(kApplicationContext);
-    requester.AddAbstractSyntax(kVerification);
-    requester.AddAbstractSyntax(kCTStorage);
-    requester.SetTimeout(5);
+    Propose(requester, {kVerification, kCTStorage});
     EXPECT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 0);
     peerThread.Join();
     ASSERT_EQ(ids.size(), 2u) << "round " << round;
@@ -138,62 +129,35 @@ TEST(Association, TwoAbstractSyntaxesGetOddIncreasingIDs) {
   }
 }
 
-// An A-ASSOCIATE-AC that accepts nothing fails the Connect and leaves the rejection bytes of
-// the last A-ASSOCIATE-RJ as they were.
-TEST(Association, PeerAcceptingNoContextKeepsThePreviousRejection) {
+// An A-ASSOCIATE-AC that accepts nothing, or accepts a context ID or transfer syntax never
+// proposed, fails the Connect and leaves the rejection bytes of the last A-ASSOCIATE-RJ as they
+// were.
+TEST(Association, AnswersAcceptingNothingFailAndKeepThePreviousRejection) {
   Listener listener;
   PDU_Service requester;
-  requester.SetApplicationContext(kApplicationContext);
-  requester.AddAbstractSyntax(kVerification);
-  requester.SetTimeout(5);
-  {
+  Propose(requester);
+  auto answerWith = [&](std::function<std::vector<uint8_t>(uint8_t id)> answer) {
+    bool closed = false;
     PeerThread peerThread([&] {
       RawPeer peer(listener.Accept());
       RawPDU request;
       peer.ReadPDU(request);
-      peer.Send(Reject(2, 3, 1));
-    });
-    EXPECT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 0);
-  }
-  EXPECT_EQ(requester.GetRejectResult(), 2);
-  EXPECT_EQ(requester.GetRejectSource(), 3);
-  EXPECT_EQ(requester.GetRejectReason(), 1);
-  bool closed = false;
-  {
-    PeerThread peerThread([&] {
-      RawPeer peer(listener.Accept());
-      RawPDU request;
-      peer.ReadPDU(request);
-      std::vector<uint8_t> ids = ProposedContextIDs(request);
-      peer.Send(AssociateAC({{ids.at(0), PresentationContext::kAbstractSyntaxNotSupported}}));
+      peer.Send(answer(ProposedContextIDs(request).at(0)));
       closed = peer.WaitForClose();
     });
     EXPECT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 0);
-  }
-  EXPECT_TRUE(closed);
+    peerThread.Join();
+    return closed;
+  };
+  answerWith([](uint8_t) { return Reject(2, 3, 1); });
+  EXPECT_TRUE(answerWith([](uint8_t id) {
+    return AssociateAC({{id, PresentationContext::kAbstractSyntaxNotSupported}});
+  }));
   EXPECT_FALSE(requester.IsAssociated());
   EXPECT_EQ(requester.GetRejectResult(), 2);
   EXPECT_EQ(requester.GetRejectSource(), 3);
   EXPECT_EQ(requester.GetRejectReason(), 1);
-}
-
-// An AC that names a context ID or a transfer syntax we never proposed accepts nothing.
-TEST(Association, AcceptancesOfWhatWasNotProposedAreIgnored) {
-  Listener listener;
-  PDU_Service requester;
-  requester.SetApplicationContext(kApplicationContext);
-  requester.AddAbstractSyntax(kVerification);
-  requester.SetTimeout(5);
-  PeerThread peerThread([&] {
-    RawPeer peer(listener.Accept());
-    RawPDU request;
-    peer.ReadPDU(request);
-    uint8_t id = ProposedContextIDs(request).at(0);
-    std::vector<uint8_t> answer = AssociateAC({{id, 0}}, kExplicitLittle);
-    peer.Send(answer);
-    peer.WaitForClose();
-  });
-  EXPECT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 0);
+  EXPECT_TRUE(answerWith([](uint8_t id) { return AssociateAC({{id, 0}}, kExplicitLittle); }));
 }
 
 // The acceptance table decides; a refusal is a permanent rejection by the service user.
@@ -356,9 +320,7 @@ TEST(DataTransfer, DataSetsGoOutAsFragmentsOf4096BytesInFewSends) {
       acceptor.Read(&end);  // answers the release
     });
     SendCounting requester;
-    requester.SetApplicationContext(kApplicationContext);
-    requester.AddAbstractSyntax(kCTStorage);
-    requester.SetTimeout(10);
+    Propose(requester, {kCTStorage}, 10);
     ASSERT_EQ(requester.Connect("127.0.0.1", listener.PortText().c_str()), 1);
     uint8_t context = requester.GetAcceptedContexts().at(0).PresentationContextID;
     DICOMDataObject data;
@@ -507,9 +469,7 @@ TEST(ProtocolErrors, DuringARead) {
   for (const Case& c : cases) {
     Listener listener;
     PDU_Service requester;
-    requester.SetApplicationContext(kApplicationContext);
-    requester.AddAbstractSyntax(kVerification);
-    requester.SetTimeout(5);
+    Propose(requester);
     bool aborted = false, closed = false;
     PeerThread peerThread([&] {
       RawPeer peer(listener.Accept());
@@ -654,14 +614,12 @@ TEST(Acceptor, MultiplexDropsRefusedPeersUntilOneIsAccepted) {
     acceptor.Read(&nothing);  // until the release
   });
   PDU_Service refused;
-  refused.SetApplicationContext(kApplicationContext);
-  refused.AddAbstractSyntax(kVerification);
+  Propose(refused, {kVerification}, 0);
   refused.SetLocalAddress("BAD");
   EXPECT_EQ(ConnectWithRetry(refused, port), 0);
   EXPECT_EQ(refused.GetRejectReason(), 3);
   PDU_Service accepted;
-  accepted.SetApplicationContext(kApplicationContext);
-  accepted.AddAbstractSyntax(kVerification);
+  Propose(accepted, {kVerification}, 0);
   accepted.SetLocalAddress("GOOD");
   EXPECT_EQ(ConnectWithRetry(accepted, port), 1);
   accepted.Close();
@@ -680,8 +638,7 @@ TEST(Acceptor, ListenServesOnePeer) {
     acceptor.Read(&nothing);
   });
   PDU_Service requester;
-  requester.SetApplicationContext(kApplicationContext);
-  requester.AddAbstractSyntax(kVerification);
+  Propose(requester, {kVerification}, 0);
   EXPECT_EQ(ConnectWithRetry(requester, port), 1);
   requester.Close();
   acceptorThread.Join();

@@ -24,7 +24,7 @@ constexpr char kMRStorage[] = "1.2.840.10008.5.1.4.1.1.4";
 constexpr char kStudyRootMove[] = "1.2.840.10008.5.1.4.1.2.2.2";
 constexpr char kPatientRootFind[] = "1.2.840.10008.5.1.4.1.2.1.1";
 
-void PushText(DICOMObject* object, uint16_t group, uint16_t element, std::string text) {
+void PushEven(DICOMObject* object, uint16_t group, uint16_t element, std::string text) {
   if (text.size() % 2) text.push_back(group == 0x0008 ? '\0' : ' ');
   auto* vr = new VR(group, element, static_cast<uint32_t>(text.size()), true);
   std::memcpy(vr->Data, text.data(), text.size());
@@ -33,9 +33,9 @@ void PushText(DICOMObject* object, uint16_t group, uint16_t element, std::string
 
 DICOMDataObject* NewImage(const char* sopClass, const std::string& instance) {
   auto* data = new DICOMDataObject;
-  PushText(data, 0x0008, 0x0016, sopClass);
-  PushText(data, 0x0008, 0x0018, instance);
-  PushText(data, 0x0010, 0x0010, "DOE^JOHN");
+  PushEven(data, 0x0008, 0x0016, sopClass);
+  PushEven(data, 0x0008, 0x0018, instance);
+  PushEven(data, 0x0010, 0x0010, "DOE^JOHN");
   return data;
 }
 
@@ -208,8 +208,8 @@ class PatientList : public PatientRootQuery {
     if (wanted == "FAIL") return 0;
     for (const char* id : {"P1", "P2", "P3"}) {
       auto* match = new DICOMDataObject;
-      PushText(match, 0x0010, 0x0010, wanted);
-      PushText(match, 0x0010, 0x0020, id);
+      PushEven(match, 0x0010, 0x0010, wanted);
+      PushEven(match, 0x0010, 0x0020, id);
       matches->Add(match);
     }
     return 1;
@@ -232,9 +232,9 @@ TEST(QueryFlow, PendingMatchesThenTheFinalResponse) {
   ASSERT_EQ(pair.Connect(), 1);
   PatientList query;
   DICOMDataObject keys;
-  PushText(&keys, 0x0008, 0x0052, "PATIENT ");
-  PushText(&keys, 0x0010, 0x0010, "DOE");
-  PushText(&keys, 0x0010, 0x0020, "");
+  PushEven(&keys, 0x0008, 0x0052, "PATIENT ");
+  PushEven(&keys, 0x0010, 0x0010, "DOE");
+  PushEven(&keys, 0x0010, 0x0020, "");
   EXPECT_EQ(query.Write(&pair.requester(), &keys), 1);
   ASSERT_EQ(query.kept.size(), 3u);
   EXPECT_EQ(query.statuses, (std::vector<uint16_t>{0xFF00, 0xFF00, 0xFF00}));
@@ -243,7 +243,7 @@ TEST(QueryFlow, PendingMatchesThenTheFinalResponse) {
 
   PatientList failing;
   DICOMDataObject bad;
-  PushText(&bad, 0x0010, 0x0010, "FAIL");
+  PushEven(&bad, 0x0010, 0x0010, "FAIL");
   EXPECT_EQ(failing.Write(&pair.requester(), &bad), 0) << "final status C000 is a failure";
   EXPECT_TRUE(failing.kept.empty());
   pair.requester().Close();
@@ -256,7 +256,7 @@ class ThreeImages : public StudyRootRetrieve {
   int SearchOn(DICOMDataObject* identifier, Array<DICOMDataObject*>* matches) override {
     for (const char* instance : {"1.1", "", "1.3"}) {
       auto* match = new DICOMDataObject;
-      if (*instance) PushText(match, 0x0008, 0x0018, instance);
+      if (*instance) PushEven(match, 0x0008, 0x0018, instance);
       matches->Add(match);
     }
     return 1;
@@ -319,7 +319,7 @@ TEST(RetrieveFlow, MoveOpensASubAssociationToTheDestination) {
   ASSERT_EQ(pair.Connect(), 1);
   ThreeImages requester;
   DICOMDataObject identifier;
-  PushText(&identifier, 0x0008, 0x0052, "IMAGE ");
+  PushEven(&identifier, 0x0008, 0x0052, "IMAGE ");
   EXPECT_EQ(requester.Write(&pair.requester(), &identifier, "DEST"), 1) << "B000 is a warning";
   destinationThread.Join();
   EXPECT_EQ(received.instances, (std::vector<std::string>{"1.1", "1.3"}));
@@ -331,7 +331,7 @@ TEST(RetrieveFlow, MoveOpensASubAssociationToTheDestination) {
 
   ThreeImages nowhere;
   DICOMDataObject again;
-  PushText(&again, 0x0008, 0x0052, "IMAGE ");
+  PushEven(&again, 0x0008, 0x0052, "IMAGE ");
   EXPECT_EQ(nowhere.Write(&pair.requester(), &again, "NOWHERE"), 0);
   EXPECT_EQ(nowhere.statuses, std::vector<uint16_t>{0xA801});
   pair.requester().Close();
@@ -355,7 +355,7 @@ TEST(RetrieveFlow, UnreachableDestinationFailsEverySubOperation) {
   ASSERT_EQ(pair.Connect(), 1);
   ThreeImages requester;
   DICOMDataObject identifier;
-  PushText(&identifier, 0x0008, 0x0052, "IMAGE ");
+  PushEven(&identifier, 0x0008, 0x0052, "IMAGE ");
   EXPECT_EQ(requester.Write(&pair.requester(), &identifier, "DEST"), 0);
   ASSERT_FALSE(requester.statuses.empty());
   EXPECT_EQ(requester.statuses.back(), 0xA702);
