@@ -23,18 +23,6 @@ namespace {
 constexpr char kWorklistFind[] = "1.2.840.10008.5.1.4.31";
 constexpr char kStudyRootFind[] = "1.2.840.10008.5.1.4.1.2.2.1";
 
-void PushText(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text) {
-  auto* vr = new VR(group, element, static_cast<uint32_t>(text.size()), true);
-  if (!text.empty()) std::memcpy(vr->Data, text.data(), text.size());
-  ASSERT_TRUE(object->Push(vr));
-}
-
-void PushUS(DICOMObject* object, uint16_t element, uint16_t value) {
-  auto* vr = new VR(0x0000, element, 2, true);
-  std::memcpy(vr->Data, &value, 2);
-  ASSERT_TRUE(object->Push(vr));
-}
-
 // `count` matches, then either the end or a failure.
 class CountingSource : public FindMatchSource {
  public:
@@ -93,9 +81,9 @@ Answer RunProvider(int matches, uint16_t failure, bool cancel) {
   EXPECT_TRUE(CFindRQ::Write(&pair.requester(), kWorklistFind, &identifier, &messageID));
   if (cancel) {  // PS3.7 9.3.2.3: C-CANCEL-RQ naming the request
     DICOMCommandObject command;
-    PushUS(&command, 0x0100, 0x0FFF);
-    PushUS(&command, 0x0120, messageID);
-    PushUS(&command, 0x0800, 0x0101);
+    PushUS(&command, 0x0000, 0x0100, 0x0FFF);
+    PushUS(&command, 0x0000, 0x0120, messageID);
+    PushUS(&command, 0x0000, 0x0800, 0x0101);
     EXPECT_TRUE(pair.requester().Write(&command, kWorklistFind));
   }
   Answer answer = ReadAnswer(pair.requester());

@@ -56,12 +56,6 @@ class MovePeer {
   std::unique_ptr<net_test::PeerThread> thread_;
 };
 
-void PushValue(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text) {
-  auto* vr = new VR(group, element, static_cast<uint32_t>(text.size()), true);
-  if (!text.empty()) std::memcpy(vr->Data, text.data(), text.size());
-  ASSERT_TRUE(object->Push(vr));
-}
-
 size_t LengthOf(DICOMObject* object, uint16_t group, uint16_t element) {
   VR* vr = object->Find(group, element);
   return vr ? vr->Length : 9999;
@@ -138,9 +132,9 @@ TEST(Retrieve, FailuresGiveStatusTextAndNotice) {
 void WriteImage(const std::string& path, const char* sopClass, const char* instance) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   DICOMDataObject object;
-  PushValue(&object, 0x0008, 0x0016, sopClass);
-  PushValue(&object, 0x0008, 0x0018, instance);
-  PushValue(&object, 0x7FE0, 0x0010, "PIXELS");
+  net_test::PushText(&object, 0x0008, 0x0016, sopClass);
+  net_test::PushText(&object, 0x0008, 0x0018, instance);
+  net_test::PushText(&object, 0x7FE0, 0x0010, "PIXELS");
   DICOMCodec codec;
   ASSERT_TRUE(codec.SaveFile(path.c_str(), 3, &object, "1.2.840.10008.1.2.1"));
 }
@@ -170,9 +164,9 @@ TEST(Retrieve, RetrieveOnOpensTheFileOfEachRoot) {
     CPatientRootRetrieve patientRoot(nullptr, dir.path(), "");
     CStudyRootRetrieve studyRoot(nullptr, dir.path(), "");
     DICOMDataObject match;
-    if (*c.instance) PushValue(&match, 0x0008, 0x0018, c.instance);
-    PushValue(&match, 0x0020, 0x000D, "1.1");
-    PushValue(&match, 0x0020, 0x000E, "1.2");
+    if (*c.instance) net_test::PushText(&match, 0x0008, 0x0018, c.instance);
+    net_test::PushText(&match, 0x0020, 0x000D, "1.1");
+    net_test::PushText(&match, 0x0020, 0x000E, "1.2");
     DICOMDataObject* object = nullptr;
     StandardStorage* storage = nullptr;
     const int result = c.patientRoot ? patientRoot.RetrieveOn(&match, &object, &storage)
