@@ -39,76 +39,49 @@ DICOMDataObject* NewImage(const char* sopClass, const std::string& instance) {
   return data;
 }
 
+template <class Service>
+std::function<int(UID&)> Of() {
+  return [](UID& uid) { return Service().GetUID(uid); };
+}
+
 // The UIDs of the standard (PS3.4 Annexes A, B, C, H, K) and of the two outside services.
 TEST(ServiceClasses, GetUIDGivesTheSOPClass) {
   struct Case {
     std::function<int(UID&)> get;
     const char* uid;
   };
-  Verification verification;
-  CRStorage cr;
-  DXStorage dx;
-  DXRStorage dxr;
-  MGStorage mg;
-  MGRStorage mgr;
-  CTStorage ct;
-  USMultiframeStorage usm;
-  USNMultiframeStorage usnm;
-  MRStorage mr;
-  NMStorage nm;
-  USStorage us;
-  USNStorage usn;
-  SCStorage sc;
-  XAStorage xa;
-  RFStorage rf;
-  XABiStorage xabi;
-  NMNStorage nmn;
-  PETStorage pet;
-  PatientRootQuery prq;
-  StudyRootQuery srq;
-  PatientStudyOnlyQuery psq;
-  ModalityWorklistInformationQuery mwl;
-  MitraReportManagementQuery report;
-  PatientRootRetrieve prr;
-  StudyRootRetrieve srr;
-  PatientStudyOnlyRetrieve psr;
-  BasicFilmSession session;
-  BasicFilmBox box;
-  BasicGrayscaleImageBox imageBox;
-  PreformattedGrayscaleImage preformatted;
-  auto of = [](auto& service) { return [&service](UID& uid) { return service.GetUID(uid); }; };
   const Case cases[] = {
-      {of(verification), "1.2.840.10008.1.1"},
-      {of(cr), "1.2.840.10008.5.1.4.1.1.1"},
-      {of(dx), "1.2.840.10008.5.1.4.1.1.1.1"},
-      {of(dxr), "1.2.840.10008.5.1.4.1.1.1.1.1"},
-      {of(mg), "1.2.840.10008.5.1.4.1.1.1.2"},
-      {of(mgr), "1.2.840.10008.5.1.4.1.1.1.2.1"},
-      {of(ct), "1.2.840.10008.5.1.4.1.1.2"},
-      {of(usm), "1.2.840.10008.5.1.4.1.1.3"},
-      {of(usnm), "1.2.840.10008.5.1.4.1.1.3.1"},
-      {of(mr), "1.2.840.10008.5.1.4.1.1.4"},
-      {of(nm), "1.2.840.10008.5.1.4.1.1.5"},
-      {of(us), "1.2.840.10008.5.1.4.1.1.6"},
-      {of(usn), "1.2.840.10008.5.1.4.1.1.6.1"},
-      {of(sc), "1.2.840.10008.5.1.4.1.1.7"},
-      {of(xa), "1.2.840.10008.5.1.4.1.1.12.1"},
-      {of(rf), "1.2.840.10008.5.1.4.1.1.12.2"},
-      {of(xabi), "1.2.840.10008.5.1.4.1.1.12.3"},
-      {of(nmn), "1.2.840.10008.5.1.4.1.1.20"},
-      {of(pet), "1.2.840.10008.5.1.4.1.1.128"},
-      {of(prq), "1.2.840.10008.5.1.4.1.2.1.1"},
-      {of(srq), "1.2.840.10008.5.1.4.1.2.2.1"},
-      {of(psq), "1.2.840.10008.5.1.4.1.2.3.1"},
-      {of(mwl), "1.2.840.10008.5.1.4.31"},
-      {of(report), "1.2.840.113532.3500.8"},
-      {of(prr), "1.2.840.10008.5.1.4.1.2.1.2"},
-      {of(srr), "1.2.840.10008.5.1.4.1.2.2.2"},
-      {of(psr), "1.2.840.10008.5.1.4.1.2.3.2"},
-      {of(session), "1.2.840.10008.5.1.1.1"},
-      {of(box), "1.2.840.10008.5.1.1.2"},
-      {of(imageBox), "1.2.840.10008.5.1.1.4"},
-      {of(preformatted), "1.2.840.10008.5.1.1.4.1"},
+      {Of<Verification>(), "1.2.840.10008.1.1"},
+      {Of<CRStorage>(), "1.2.840.10008.5.1.4.1.1.1"},
+      {Of<DXStorage>(), "1.2.840.10008.5.1.4.1.1.1.1"},
+      {Of<DXRStorage>(), "1.2.840.10008.5.1.4.1.1.1.1.1"},
+      {Of<MGStorage>(), "1.2.840.10008.5.1.4.1.1.1.2"},
+      {Of<MGRStorage>(), "1.2.840.10008.5.1.4.1.1.1.2.1"},
+      {Of<CTStorage>(), "1.2.840.10008.5.1.4.1.1.2"},
+      {Of<USMultiframeStorage>(), "1.2.840.10008.5.1.4.1.1.3"},
+      {Of<USNMultiframeStorage>(), "1.2.840.10008.5.1.4.1.1.3.1"},
+      {Of<MRStorage>(), "1.2.840.10008.5.1.4.1.1.4"},
+      {Of<NMStorage>(), "1.2.840.10008.5.1.4.1.1.5"},
+      {Of<USStorage>(), "1.2.840.10008.5.1.4.1.1.6"},
+      {Of<USNStorage>(), "1.2.840.10008.5.1.4.1.1.6.1"},
+      {Of<SCStorage>(), "1.2.840.10008.5.1.4.1.1.7"},
+      {Of<XAStorage>(), "1.2.840.10008.5.1.4.1.1.12.1"},
+      {Of<RFStorage>(), "1.2.840.10008.5.1.4.1.1.12.2"},
+      {Of<XABiStorage>(), "1.2.840.10008.5.1.4.1.1.12.3"},
+      {Of<NMNStorage>(), "1.2.840.10008.5.1.4.1.1.20"},
+      {Of<PETStorage>(), "1.2.840.10008.5.1.4.1.1.128"},
+      {Of<PatientRootQuery>(), "1.2.840.10008.5.1.4.1.2.1.1"},
+      {Of<StudyRootQuery>(), "1.2.840.10008.5.1.4.1.2.2.1"},
+      {Of<PatientStudyOnlyQuery>(), "1.2.840.10008.5.1.4.1.2.3.1"},
+      {Of<ModalityWorklistInformationQuery>(), "1.2.840.10008.5.1.4.31"},
+      {Of<MitraReportManagementQuery>(), "1.2.840.113532.3500.8"},
+      {Of<PatientRootRetrieve>(), "1.2.840.10008.5.1.4.1.2.1.2"},
+      {Of<StudyRootRetrieve>(), "1.2.840.10008.5.1.4.1.2.2.2"},
+      {Of<PatientStudyOnlyRetrieve>(), "1.2.840.10008.5.1.4.1.2.3.2"},
+      {Of<BasicFilmSession>(), "1.2.840.10008.5.1.1.1"},
+      {Of<BasicFilmBox>(), "1.2.840.10008.5.1.1.2"},
+      {Of<BasicGrayscaleImageBox>(), "1.2.840.10008.5.1.1.4"},
+      {Of<PreformattedGrayscaleImage>(), "1.2.840.10008.5.1.1.4.1"},
   };
   for (const Case& c : cases) {
     UID uid;
@@ -116,7 +89,7 @@ TEST(ServiceClasses, GetUIDGivesTheSOPClass) {
     EXPECT_EQ(uid, UID(c.uid)) << c.uid;
   }
   UID shared;
-  EXPECT_EQ(ct.uGetUID(shared), 1);
+  EXPECT_EQ(CTStorage().uGetUID(shared), 1);
   EXPECT_EQ(shared, UID("1.2.840.10008.5.1.4.1.1.2"));
   StandardStorage base;
   EXPECT_EQ(base.GetUID(shared), 0);
