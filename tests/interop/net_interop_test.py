@@ -26,6 +26,7 @@ import unittest
 import pydicom
 from pydicom.uid import generate_uid
 
+from dataset_compare import compare as differences
 from loopback import free_port, wait_for_port
 
 KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
@@ -127,6 +128,36 @@ def associate_rq(calling=b"HOSTILE", called=b"KESTREL", syntaxes=(VERIFICATION,)
     return struct.pack(">BBI", 1, 0, len(body)) + body
 
 
+def uid(text):
+    data = text if isinstance(text, bytes) else text.encode()
+    return data + b"\0" * (len(data) % 2)
+
+
+def elements(pairs, group=0):
+    """Implicit VR little endian elements; `pairs` of (element, value) or ((group, element),
+    value), in tag order."""
+    out = b""
+    for tag, value in pairs:
+        g, e = tag if isinstance(tag, tuple) else (group, tag)
+        out += struct.pack("<HHI", g, e, len(value)) + value
+    return out
+
+
+def command(pairs):
+    body = elements(pairs)
+    return struct.pack("<HHII", 0, 0, 4, len(body)) + body
+
+
+def store_rq(sop_class, instance):
+    return command([(0x0002, uid(sop_class)), (0x0100, struct.pack("<H", 1)),
+                    (0x0110, struct.pack("<H", 3)), (0x0700, struct.pack("<H", 0)),
+                    (0x0800, struct.pack("<H", 0)), (0x1000, uid(instance))])
+
+
+def pdv(data, control):
+    return struct.pack(">BBIIBB", 4, 0, len(data) + 6, len(data) + 2, 1, control) + data
+
+
 def context_results(body):
     """The (ID, result) of every presentation context item of an A-ASSOCIATE-AC body."""
     results, at = [], 68
@@ -173,41 +204,6 @@ def closed_within(sock, seconds):
         return True
 
 
-# -- comparing a stored file with the file sent -----------------------------------------------
-
-def unpadded(data):
-    return data[:-1] if len(data) % 2 == 0 and data[-1:] in (b"\0", b" ") else data
-
-
-def value_bytes(element):
-    value = element.value
-    if isinstance(value, (bytes, bytearray)):
-        return bytes(value)
-    return str(value).encode("latin-1", "replace")
-
-
-def differences(sent, stored, where="", problems=None):
-    problems = [] if problems is None else problems
-    for tag in sent.keys():
-        # Group lengths are recomputed; storescu drops Data Set Trailing Padding (FFFC,FFFC).
-        if tag.group == 2 or tag.element == 0 or tag == 0xFFFCFFFC:
-            continue
-        label = "%s%s" % (where, tag)
-        if tag not in stored:
-            problems.append("%s: missing" % label)
-            continue
-        a, b = sent[tag], stored[tag]
-        if a.VR == "SQ" and not isinstance(a.value, (bytes, bytearray)):
-            if len(a.value) != len(b.value):
-                problems.append("%s: %d items, %d stored" % (label, len(a.value), len(b.value)))
-                continue
-            for i, (x, y) in enumerate(zip(a.value, b.value)):
-                differences(x, y, "%s[%d]" % (label, i), problems)
-        elif unpadded(value_bytes(a)) != unpadded(value_bytes(b)):
-            problems.append("%s: value differs" % label)
-    return problems
-
-
 def stored_path(store, ds):
     """Where kestrel serve keeps an instance: <store>/<study>/<series>/<instance>.dcm."""
     return os.path.join(store, ds.StudyInstanceUID, ds.SeriesInstanceUID,
@@ -244,14 +240,17 @@ def sendable_samples():
 
 @unittest.skipUnless(have_tools(), "DCMTK tools not installed")
 class EchoAndRejection(unittest.TestCase):
+    def assert_rejected(self, result, why):
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stderr.decode(), "Error: Unable to connect to 127.0.0.1\r\n"
+                         "Permanent Rejection from Service User because " + why + ADVICE + "\n")
+
     def test_kestrel_echo_to_storescp(self):
         scp = DcmtkPeer("storescp", "--ignore")
         try:
-            result = run(KESTREL, "echo", "127.0.0.1", scp.port)
-            self.assertEqual(result.returncode, 0, result.stderr)
-            result = run(KESTREL, "echo", "--repeat", "20", "--aet", "A" * 16, "127.0.0.1",
-                         scp.port)
-            self.assertEqual(result.returncode, 0, result.stderr)
+            for options in ([], ["--repeat", "20", "--aet", "A" * 16]):
+                result = run(KESTREL, "echo", *options, "127.0.0.1", scp.port)
+                self.assertEqual(result.returncode, 0, result.stderr)
         finally:
             scp.stop()
 
@@ -321,12 +320,8 @@ class EchoAndRejection(unittest.TestCase):
                 f.write("# the only peer allowed\nworkstation WS1 RemoteAE\n")
             server = Serve(os.path.join(work, "store"), "--config", config)
             try:
-                result = run(KESTREL, "echo", "--aet", "WS2", "127.0.0.1", server.port)
-                self.assertEqual(result.returncode, 1)
-                self.assertEqual(result.stderr.decode(),
-                                 "Error: Unable to connect to 127.0.0.1\r\nPermanent Rejection "
-                                 "from Service User because your Application Entity Title is "
-                                 "not known" + ADVICE + "\n")
+                self.assert_rejected(run(KESTREL, "echo", "--aet", "WS2", "127.0.0.1",
+                                         server.port), "your Application Entity Title is not known")
                 self.assertNotEqual(run("echoscu", "-aet", "WS2", "127.0.0.1",
                                         server.port).returncode, 0)
                 self.assertEqual(run("echoscu", "-aet", "WS1", "127.0.0.1",
@@ -339,12 +334,8 @@ class EchoAndRejection(unittest.TestCase):
     def test_dcmtk_acceptors_that_reject(self):
         scp = DcmtkPeer("storescp", "--refuse")
         try:
-            result = run(KESTREL, "echo", "127.0.0.1", scp.port)
-            self.assertEqual(result.returncode, 1)
-            self.assertEqual(result.stderr.decode(),
-                             "Error: Unable to connect to 127.0.0.1\r\nPermanent Rejection from "
-                             "Service User because DICOM connection could not be made" + ADVICE
-                             + "\n")
+            self.assert_rejected(run(KESTREL, "echo", "127.0.0.1", scp.port),
+                                 "DICOM connection could not be made")
         finally:
             scp.stop()
         with tempfile.TemporaryDirectory() as work:
@@ -360,12 +351,8 @@ class EchoAndRejection(unittest.TestCase):
                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             try:
                 self.assertTrue(wait_for_port(port))
-                result = run(KESTREL, "echo", "--aec", "WRONG", "127.0.0.1", port)
-                self.assertEqual(result.returncode, 1)
-                self.assertEqual(result.stderr.decode(),
-                                 "Error: Unable to connect to 127.0.0.1\r\nPermanent Rejection "
-                                 "from Service User because called Application Entity Title is "
-                                 "not known" + ADVICE + "\n")
+                self.assert_rejected(run(KESTREL, "echo", "--aec", "WRONG", "127.0.0.1", port),
+                                     "called Application Entity Title is not known")
                 self.assertEqual(run(KESTREL, "echo", "--aec", "QRSCP", "127.0.0.1",
                                      port).returncode, 0)
             finally:
@@ -463,19 +450,16 @@ class HostilePeers(unittest.TestCase):
         self.assertEqual(answer[0], 2, "A-ASSOCIATE-AC")
         return answer
 
-    def test_truncated_pdu_header(self):
-        with self.connect() as sock:
-            sock.sendall(b"\x01\x00\x00")
-        self.assert_next_association_served()
-
-    def test_oversized_request_is_aborted(self):
-        with self.connect() as sock:
-            sock.sendall(struct.pack(">BBI", 1, 0, 0xFFFFFFFF) + bytes(100))
-            answer = read_pdu(sock)
-            self.assertIsNotNone(answer)
-            self.assertEqual(answer[0], 7, "A-ABORT")
-            self.assertTrue(closed_within(sock, 5))
-        self.assert_next_association_served()
+    def test_oversized_request_and_lying_item_length_are_aborted(self):
+        lying_item = bytearray(associate_rq())
+        lying_item[74 + 2:74 + 4] = struct.pack(">H", 0xFFF0)  # application context item
+        for request in (struct.pack(">BBI", 1, 0, 0xFFFFFFFF) + bytes(100), bytes(lying_item)):
+            with self.connect() as sock:
+                sock.sendall(request)
+                answer = read_pdu(sock)
+                self.assertEqual(answer[0] if answer else None, 7, "A-ABORT")
+                self.assertTrue(closed_within(sock, 5))
+            self.assert_next_association_served()
 
     def test_request_whose_length_lies(self):
         request = bytearray(associate_rq())
@@ -485,15 +469,6 @@ class HostilePeers(unittest.TestCase):
             start = time.time()
             self.assertTrue(closed_within(sock, 10), "dropped after the time-out")
             self.assertLess(time.time() - start, 8)
-        self.assert_next_association_served()
-
-    def test_item_lengths_that_lie_are_aborted(self):
-        request = bytearray(associate_rq())
-        request[74 + 2:74 + 4] = struct.pack(">H", 0xFFF0)  # application context item
-        with self.connect() as sock:
-            sock.sendall(bytes(request))
-            answer = read_pdu(sock)
-            self.assertEqual(answer[0] if answer else None, 7)
         self.assert_next_association_served()
 
     def test_full_sixteen_byte_ae_titles(self):
@@ -533,7 +508,7 @@ class HostilePeers(unittest.TestCase):
         self.assert_next_association_served()
 
     def test_garbage_and_unknown_pdus(self):
-        for junk in (bytes(range(256)) * 4, b"\x09\x00\x00\x00\x00\x04abcd",
+        for junk in (b"\x01\x00\x00", bytes(range(256)) * 4, b"\x09\x00\x00\x00\x00\x04abcd",
                      b"\x04\x00\x00\x00\x00\x06\x00\x00\x00\x02\x01\x03"):
             with self.connect() as sock:
                 sock.sendall(junk)
@@ -544,22 +519,12 @@ class HostilePeers(unittest.TestCase):
         # (command field, response field, status): C-FIND for the Verification class is a
         # class serve does not answer C-FIND for; N-GET is an operation it has no handler for.
         for field, answer_field, status in ((0x0020, 0x8020, 0x0122), (0x0110, 0x8110, 0x0211)):
-            command = bytearray()
-
-            def element(tag_element, value):
-                command.extend(struct.pack("<HHI", 0, tag_element, len(value)) + value)
-
-            element(0x0002, b"1.2.840.10008.1.1\0")
-            element(0x0100, struct.pack("<H", field))
-            element(0x0110, struct.pack("<H", 7))
-            element(0x0800, struct.pack("<H", 0x0101))
-            group = struct.pack("<HHII", 0, 0, 4, len(command)) + bytes(command)
+            group = command([(0x0002, uid(VERIFICATION)), (0x0100, struct.pack("<H", field)),
+                             (0x0110, struct.pack("<H", 7)), (0x0800, struct.pack("<H", 0x0101))])
             with self.connect() as sock:
                 self.associate(sock)
-                sock.sendall(struct.pack(">BBIIBB", 4, 0, len(group) + 6, len(group) + 2, 1, 0x03)
-                             + group)
+                sock.sendall(pdv(group, 0x03))
                 answer = read_pdu(sock)
-                self.assertIsNotNone(answer)
                 self.assertEqual(answer[0], 4)
                 response = answer[1][6:]
                 self.assertIn(struct.pack("<HHIH", 0, 0x0100, 2, answer_field), response)

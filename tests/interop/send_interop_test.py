@@ -15,23 +15,12 @@ import unittest
 import pydicom
 from pydicom.uid import generate_uid
 
-from loopback import free_port, wait_for_port
+from loopback import free_port
+from net_interop_test import KESTREL, SAMPLES, DcmtkPeer
 
-KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
-SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
-class StoreSCP:
-    def __init__(self, directory, *options):
-        self.port = free_port()
-        self.process = subprocess.Popen(
-            ["storescp", "+xa", "-od", directory, "-aet", "ANY-SCP", *options, str(self.port)],
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        if not wait_for_port(self.port):
-            self.stop()
-            raise RuntimeError("storescp did not start")
 
-    def stop(self):
-        self.process.terminate()
-        self.process.wait(timeout=10)
+def StoreSCP(directory, *options):
+    return DcmtkPeer("storescp", "+xa", "-od", directory, "-aet", "ANY-SCP", *options)
 
 
 def received(directory):

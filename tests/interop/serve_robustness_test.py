@@ -22,30 +22,10 @@ import time
 import unittest
 
 from net_interop_test import (CT_IMAGE, KESTREL, VERIFICATION, Serve, associate_rq, closed_within,
-                              files_below, read_pdu)
+                              command, elements, files_below, pdv, read_pdu, store_rq, uid)
 
 MR_IMAGE = "1.2.840.10008.5.1.4.1.1.4"
 CHUNK = 16000
-
-
-def uid(text):
-    data = text if isinstance(text, bytes) else text.encode()
-    return data + b"\0" * (len(data) % 2)
-
-
-def elements(pairs, group=0):
-    """Implicit VR little endian elements; `pairs` of (element, value) or ((group, element),
-    value), in tag order."""
-    out = b""
-    for tag, value in pairs:
-        g, e = tag if isinstance(tag, tuple) else (group, tag)
-        out += struct.pack("<HHI", g, e, len(value)) + value
-    return out
-
-
-def command(pairs):
-    body = elements(pairs)
-    return struct.pack("<HHII", 0, 0, 4, len(body)) + body
 
 
 def echo_rq():
@@ -53,21 +33,11 @@ def echo_rq():
                     (0x0110, struct.pack("<H", 1)), (0x0800, struct.pack("<H", 0x0101))])
 
 
-def store_rq(sop_class, instance):
-    return command([(0x0002, uid(sop_class)), (0x0100, struct.pack("<H", 1)),
-                    (0x0110, struct.pack("<H", 3)), (0x0700, struct.pack("<H", 0)),
-                    (0x0800, struct.pack("<H", 0)), (0x1000, uid(instance))])
-
-
 def image_head(sop_class, instance, pixel_bytes, study="1.2.3", series="1.2.3.4"):
     """A CT data set up to the header of its Pixel Data, which announces `pixel_bytes`."""
     return elements([((8, 0x16), uid(sop_class)), ((8, 0x18), uid(instance)),
                      ((8, 0x60), b"CT"), ((0x10, 0x20), b"P1"), ((0x20, 0x0D), uid(study)),
                      ((0x20, 0x0E), uid(series))]) + struct.pack("<HHI", 0x7FE0, 0x10, pixel_bytes)
-
-
-def pdv(data, control):
-    return struct.pack(">BBIIBB", 4, 0, len(data) + 6, len(data) + 2, 1, control) + data
 
 
 def status_of(answer):

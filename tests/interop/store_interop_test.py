@@ -25,7 +25,8 @@ from pydicom.filewriter import write_dataset
 from pydicom.uid import generate_uid
 
 from net_interop_test import (CT_IMAGE, KESTREL, SAMPLES, Serve, associate_rq, differences,
-                              files_below, have_tools, read_pdu, sendable_samples, stored_path)
+                              files_below, have_tools, pdv, read_pdu, sendable_samples,
+                              store_rq, stored_path)
 
 PG = os.environ.get("KESTREL_TEST_PG", "")
 PROPOSE = {"1.2.840.10008.1.2": ["-xi"], "1.2.840.10008.1.2.1": ["-xe"],
@@ -239,12 +240,7 @@ class StoreAndIndex(unittest.TestCase):
         body.is_little_endian, body.is_implicit_VR = True, True
         write_dataset(body, ds)
         data = body.getvalue()
-        command = b"".join(struct.pack("<HHI", 0, e, len(v)) + v for e, v in (
-            (0x0002, CT_IMAGE.encode() + b"\0"), (0x0100, struct.pack("<H", 1)),
-            (0x0110, struct.pack("<H", 3)), (0x0700, struct.pack("<H", 0)),
-            (0x0800, struct.pack("<H", 0)),
-            (0x1000, ds.SOPInstanceUID.encode().ljust(len(ds.SOPInstanceUID) + 1 & ~1, b"\0"))))
-        command = struct.pack("<HHII", 0, 0, 4, len(command)) + command
+        command = store_rq(CT_IMAGE, ds.SOPInstanceUID)
         server = self.serve(index)
         try:
             with socket.create_connection(("127.0.0.1", server.port)) as sock:
@@ -252,9 +248,8 @@ class StoreAndIndex(unittest.TestCase):
                 self.assertEqual(read_pdu(sock)[0], 2)
                 half = data[:len(data) // 2]
                 pdvs = [(command, 3)] + [(half[i:i + 16000], 0) for i in range(0, len(half), 16000)]
-                for pdv, control in pdvs:
-                    sock.sendall(struct.pack(">BBIIBB", 4, 0, len(pdv) + 6, len(pdv) + 2, 1,
-                                             control) + pdv)
+                for value, control in pdvs:
+                    sock.sendall(pdv(value, control))
                 sock.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
             result = run("storescu", "127.0.0.1", server.port, ds.filename)
             self.assertEqual(result.returncode, 0, result.stderr)
