@@ -28,24 +28,6 @@ std::unique_ptr<DICOMDataObject> DataSet() {
   return data;
 }
 
-// Records what the requester reads, to check a command set on the wire.
-class RecordingService : public PDU_Service {
- public:
-  int ReadBytes(void* buffer, uint32_t length) override {
-    int got = PDU_Service::ReadBytes(buffer, length);
-    if (got > 0)
-      wire.insert(wire.end(), static_cast<uint8_t*>(buffer), static_cast<uint8_t*>(buffer) + got);
-    return got;
-  }
-  std::vector<uint8_t> wire;
-};
-
-std::vector<uint8_t> Bytes(std::initializer_list<std::vector<uint8_t>> parts) {
-  std::vector<uint8_t> all;
-  for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
 // The C-ECHO-RSP to message 3 as its command set is sent: implicit VR little endian, group
 // length first, elements in tag order (PS3.7 Table 9.3-13).
 const std::vector<uint8_t> kEchoResponse = Bytes({

@@ -31,6 +31,12 @@ void PushUS(DICOMObject* object, uint16_t group, uint16_t element, uint16_t valu
   ASSERT_TRUE(object->Push(vr));
 }
 
+std::vector<uint8_t> Bytes(std::initializer_list<std::vector<uint8_t>> parts) {
+  std::vector<uint8_t> all;
+  for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
 int Listener::Accept(int milliseconds) { return socket_.AcceptHandle(milliseconds); }
 
 RawPeer::RawPeer(int handle) { socket_.Attach(handle); }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -99,6 +100,25 @@ std::vector<uint8_t> ProposedContextIDs(const RawPDU& request);
 // Appends an element with `text` (as given, no padding) or a US `value` to `object`.
 void PushText(DICOMObject* object, uint16_t group, uint16_t element, const std::string& text);
 void PushUS(DICOMObject* object, uint16_t group, uint16_t element, uint16_t value);
+
+// A PDU_Service that records every byte it reads, to check what came on the wire.
+class RecordingService : public PDU_Service {
+ public:
+  int ReadBytes(void* buffer, uint32_t length) override {
+    int got = PDU_Service::ReadBytes(buffer, length);
+    if (got > 0) {
+      std::lock_guard<std::mutex> lock(mutex);
+      auto* bytes = static_cast<uint8_t*>(buffer);
+      wire.insert(wire.end(), bytes, bytes + got);
+    }
+    return got;
+  }
+  std::mutex mutex;
+  std::vector<uint8_t> wire;
+};
+
+// The concatenation of `parts`, for golden PDUs written piece by piece.
+std::vector<uint8_t> Bytes(std::initializer_list<std::vector<uint8_t>> parts);
 
 // A requester connected to an acceptor PDU_Service on a thread. The acceptor serves one
 // connection with ServeSocket and then runs `acceptorBody` (if the association was made).

@@ -7,15 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/net/NetTestSupport.h"
+
 namespace pdu = KESTREL::pdu;
+using net_test::Bytes;
 
 namespace {
-
-std::vector<uint8_t> Bytes(std::initializer_list<std::vector<uint8_t>> parts) {
-  std::vector<uint8_t> all;
-  for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
 
 std::vector<uint8_t> Text(const char* text) {
   return std::vector<uint8_t>(text, text + std::strlen(text));

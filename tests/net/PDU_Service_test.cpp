@@ -235,22 +235,6 @@ TEST(Association, HundredsOfContextsAreAnswered) {
   pair.requester().Close();
 }
 
-// Records every byte the acceptor reads, to check P-DATA-TF fragments on the wire.
-class RecordingService : public PDU_Service {
- public:
-  int ReadBytes(void* buffer, uint32_t length) override {
-    int got = PDU_Service::ReadBytes(buffer, length);
-    if (got > 0) {
-      std::lock_guard<std::mutex> lock(mutex);
-      auto* bytes = static_cast<uint8_t*>(buffer);
-      wire.insert(wire.end(), bytes, bytes + got);
-    }
-    return got;
-  }
-  std::mutex mutex;
-  std::vector<uint8_t> wire;
-};
-
 std::vector<RawPDU> SplitPDUs(const std::vector<uint8_t>& wire) {
   std::vector<RawPDU> pdus;
   for (size_t at = 0; at + 6 <= wire.size();) {
