@@ -349,69 +349,61 @@ class ArchiveCases:
                              pydicom.dcmread(ds.filename).get("PixelData"), ds.filename)
 
 
-@unittest.skipUnless(have_tools(), "DCMTK tools not installed")
-class AgainstDcmqrscp(ArchiveCases, unittest.TestCase):
-    aec = "QRSCP"
+class ArchiveFixture(ArchiveCases):
+    """Starts the archive (`launch`, given the work folder) and stores the samples in it."""
 
     @classmethod
     def setUpClass(cls):
         cls.work = tempfile.mkdtemp()
         cls.port, cls.move_port = free_port(), free_port()
-        os.makedirs(os.path.join(cls.work, "db"))
-        with open(os.path.join(cls.work, "qr.cfg"), "w") as f:
+        cls.process = subprocess.Popen(cls.launch(cls.work), stdout=subprocess.DEVNULL,
+                                       stderr=subprocess.DEVNULL)
+        try:
+            assert wait_for_port(cls.port)
+            cls.headers = DATA.store(cls.port, cls.aec, small=True)
+            assert len(cls.headers) > 10, "the archive took too few of the samples"
+        except BaseException:
+            cls.tearDownClass()
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.process.terminate()
+        cls.process.wait(30)
+        shutil.rmtree(cls.work, ignore_errors=True)
+
+
+@unittest.skipUnless(have_tools(), "DCMTK tools not installed")
+class AgainstDcmqrscp(ArchiveFixture, unittest.TestCase):
+    aec = "QRSCP"
+
+    @classmethod
+    def launch(cls, work):
+        os.makedirs(os.path.join(work, "db"))
+        with open(os.path.join(work, "qr.cfg"), "w") as f:
             f.write("NetworkTCPPort = %d\nMaxPDUSize = 16384\nMaxAssociations = 16\n"
                     "HostTable BEGIN\nmover = (MOVER, 127.0.0.1, %d)\nHostTable END\n"
                     "VendorTable BEGIN\nVendorTable END\nAETable BEGIN\n"
                     "QRSCP %s RW (200, 1024mb) ANY\nAETable END\n"
-                    % (cls.port, cls.move_port, os.path.join(cls.work, "db")))
-        cls.process = subprocess.Popen(["dcmqrscp", "-c", os.path.join(cls.work, "qr.cfg")],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        try:
-            assert wait_for_port(cls.port)
-            cls.headers = DATA.store(cls.port, cls.aec, small=True)
-            assert len(cls.headers) > 10, "the archive took too few of the samples"
-        except BaseException:
-            cls.tearDownClass()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.process.terminate()
-        cls.process.wait(30)
-        shutil.rmtree(cls.work, ignore_errors=True)
+                    % (cls.port, cls.move_port, os.path.join(work, "db")))
+        return ["dcmqrscp", "-c", os.path.join(work, "qr.cfg")]
 
 
 @unittest.skipUnless(have_tools() and shutil.which("Orthanc"), "DCMTK or Orthanc not installed")
-class AgainstOrthanc(ArchiveCases, unittest.TestCase):
+class AgainstOrthanc(ArchiveFixture, unittest.TestCase):
     aec = "ORTHANC"
 
     @classmethod
-    def setUpClass(cls):
-        cls.work = tempfile.mkdtemp()
-        cls.port, cls.move_port, http = free_port(), free_port(), free_port()
-        config = {"Name": "qr", "StorageDirectory": os.path.join(cls.work, "db"),
-                  "IndexDirectory": os.path.join(cls.work, "db"), "DicomAet": cls.aec,
-                  "DicomPort": cls.port, "DicomCheckCalledAet": False, "HttpPort": http,
+    def launch(cls, work):
+        config = {"Name": "qr", "StorageDirectory": os.path.join(work, "db"),
+                  "IndexDirectory": os.path.join(work, "db"), "DicomAet": cls.aec,
+                  "DicomPort": cls.port, "DicomCheckCalledAet": False, "HttpPort": free_port(),
                   "DicomAlwaysAllowStore": True, "DicomAlwaysAllowFind": True,
                   "DicomAlwaysAllowMove": True, "RemoteAccessAllowed": False, "Plugins": [],
                   "DicomModalities": {"mover": ["MOVER", "127.0.0.1", cls.move_port]}}
-        with open(os.path.join(cls.work, "orthanc.json"), "w") as f:
+        with open(os.path.join(work, "orthanc.json"), "w") as f:
             json.dump(config, f)
-        cls.process = subprocess.Popen(["Orthanc", os.path.join(cls.work, "orthanc.json")],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        try:
-            assert wait_for_port(cls.port)
-            cls.headers = DATA.store(cls.port, cls.aec, small=True)
-            assert len(cls.headers) > 10, "the archive took too few of the samples"
-        except BaseException:
-            cls.tearDownClass()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.process.terminate()
-        cls.process.wait(30)
-        shutil.rmtree(cls.work, ignore_errors=True)
+        return ["Orthanc", os.path.join(work, "orthanc.json")]
 
 
 class MoveFinalStatus(unittest.TestCase):

@@ -8,17 +8,19 @@
 import glob
 import json
 import os
-import re
 import shutil
-import signal
 import sqlite3
 import subprocess
+import sys
 import tempfile
 import unittest
 
 import pydicom
 
-KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "interop"))
+from loopback import free_port, wait_for_port  # noqa: E402
+from net_interop_test import KESTREL, Serve  # noqa: E402
+
 PG = os.environ.get("KESTREL_TEST_PG", "")
 
 PATIENTS = [("T1", "PID001", "John", "Doe", "1970-05-04 00:00:00", "M"),
@@ -59,26 +61,6 @@ def connect_value(connect, key):
     return ""
 
 
-class Server:
-    """kestrel serve --ris on a free port, stopped with SIGTERM."""
-
-    def __init__(self, work, ris):
-        self.process = subprocess.Popen(
-            [KESTREL, "serve", "--port", "0", "--store", os.path.join(work, "store"),
-             "--ris", ris], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        line = self.process.stdout.readline()
-        if "listening on port" not in line:
-            self.process.kill()
-            raise RuntimeError("kestrel serve did not start: " + self.process.stderr.read())
-        self.port = int(line.split("port ")[1].split()[0])
-
-    def stop(self):
-        self.process.send_signal(signal.SIGTERM)
-        self.process.wait(30)
-        self.process.stdout.close()
-        self.process.stderr.close()
-
-
 class FindscuAgainstServe:
     """The cases, on a RIS database made by make_database()."""
 
@@ -115,14 +97,10 @@ class FindscuAgainstServe:
         answers, _ = self.findscu("PatientName=Smith*", "AccessionNumber", "PatientID",
                                   "ScheduledProcedureStepSequence[0].Modality",
                                   "ScheduledProcedureStepSequence[0].ScheduledStationAETitle")
-        self.assertEqual(len(answers), 1)
-        answer = answers[0]
-        self.assertEqual(str(answer.PatientName), "Smith^Jane")
-        self.assertEqual(answer.AccessionNumber, "ACC2")
-        self.assertEqual(answer.PatientID, "PID002")
-        self.assertEqual(answer.ScheduledProcedureStepSequence[0].Modality, "CR")
-        self.assertEqual(answer.ScheduledProcedureStepSequence[0].ScheduledStationAETitle,
-                         "CR1AE")
+        self.assertEqual([(str(a.PatientName), a.AccessionNumber, a.PatientID,
+                           a.ScheduledProcedureStepSequence[0].Modality,
+                           a.ScheduledProcedureStepSequence[0].ScheduledStationAETitle)
+                          for a in answers], [("Smith^Jane", "ACC2", "PID002", "CR", "CR1AE")])
 
 
 @unittest.skipUnless(have_tools(), "DCMTK not installed")
@@ -136,7 +114,7 @@ class SQLiteRIS(FindscuAgainstServe, unittest.TestCase):
         with sqlite3.connect(path) as database:
             for statement in insert_statements(""):
                 database.execute(statement)
-        self.server = Server(self.work, connect)
+        self.server = Serve(os.path.join(self.work, "store"), "--ris", connect)
 
     def tearDown(self):
         self.server.stop()
@@ -161,7 +139,7 @@ class PostgreSQLRIS(FindscuAgainstServe, unittest.TestCase):
         result = run(KESTREL, "db", "init", "--ris", "--db", connect)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.psql(self.database, ";".join(insert_statements("dbo.")))
-        self.server = Server(self.work, connect)
+        self.server = Serve(os.path.join(self.work, "store"), "--ris", connect)
 
     def tearDown(self):
         self.server.stop()
@@ -211,7 +189,6 @@ class WorklistAgainstWlmscpfs(unittest.TestCase):
                                            date=date))
             result = run("dump2dcm", dump, os.path.join(folder, "%d.wl" % n))
             self.assertEqual(result.returncode, 0, result.stderr)
-        from loopback import free_port, wait_for_port
         self.port = free_port()
         self.process = subprocess.Popen(["wlmscpfs", "-dfp", self.work, str(self.port)],
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -232,12 +209,9 @@ class WorklistAgainstWlmscpfs(unittest.TestCase):
         header = lines[0].split("\t")
         self.assertEqual(header[:2], ["PatientName", "PatientID"])
         rows = [dict(zip(header, line.split("\t"))) for line in lines[1:]]
-        self.assertEqual(len(rows), 1)
-        self.assertEqual(rows[0]["PatientID"], "PID3")
-        self.assertEqual(rows[0]["Modality"], "MR")
-        self.assertEqual(rows[0]["ScheduledStationAETitle"], "MRAE")
-        self.assertEqual(rows[0]["ScheduledProcedureStepStartDate"], "20240303")
-        self.assertEqual(rows[0]["RequestedProcedureID"], "RP3")
+        expected = {"PatientID": "PID3", "Modality": "MR", "ScheduledStationAETitle": "MRAE",
+                    "ScheduledProcedureStepStartDate": "20240303", "RequestedProcedureID": "RP3"}
+        self.assertEqual([{k: row[k] for k in expected} for row in rows], [expected])
 
         result = self.worklist("--json", "-k", "0040,0002=20240301-20240302")
         self.assertEqual(result.returncode, 0, result.stderr)
@@ -254,6 +228,4 @@ class WorklistAgainstWlmscpfs(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    import sys
-    sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "interop"))
     unittest.main()
