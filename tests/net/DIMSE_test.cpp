@@ -80,12 +80,13 @@ TEST(CommandSetBytes, EchoResponseMatchesTheGolden) {
 
 // Every command class is written by the requester and read back by an acceptor: command
 // field, data set type and the class's own elements.
+using Texts = std::vector<std::pair<uint16_t, std::string>>;
 struct Expected {
   const char* name;
   uint16_t commandField;
   bool dataSet;
-  std::vector<std::pair<uint16_t, std::string>> texts;  // UI and AE elements
-  std::vector<std::pair<uint16_t, uint16_t>> numbers;   // US elements
+  Texts texts;                                         // UI and AE elements
+  std::vector<std::pair<uint16_t, uint16_t>> numbers;  // US elements
   int (*read)(DICOMCommandObject*, PDU_Service*, DICOMDataObject*);
 };
 
@@ -104,25 +105,19 @@ TEST(CommandClasses, WrittenAndReadBack) {
   using Writer = std::function<int(PDU_Service*)>;
   const UID ct = kCTStorage;
   const UID instance = "1.2.3.4.5.6";
+  // The affected (C-STORE, N-EVENT-REPORT, N-CREATE) or requested (N-GET, N-SET, N-DELETE)
+  // SOP class and instance.
+  const Texts affected = {{0x0002, kCTStorage}, {0x1000, "1.2.3.4.5.6"}};
+  const Texts requested = {{0x0003, kCTStorage}, {0x1001, "1.2.3.4.5.6"}};
   std::vector<std::pair<Writer, Expected>> table = {
       {[&](PDU_Service* p) { return CEchoRQ::Write(p, ct); },
        {"C-ECHO-RQ", 0x0030, false, {{0x0002, kCTStorage}}, {}, CEchoRQ::Read}},
       {[&](PDU_Service* p) { return CEchoRSP::Write(p, request().get(), 0); },
        {"C-ECHO-RSP", 0x8030, false, {}, {{0x0120, 41}, {0x0900, 0}}, CEchoRSP::Read}},
       {[&](PDU_Service* p) { return CStoreRQ::Write(p, ct, DataSet().get()); },
-       {"C-STORE-RQ",
-        0x0001,
-        true,
-        {{0x0002, kCTStorage}, {0x1000, "1.2.3.4.5.6"}},
-        {{0x0700, 0}},
-        CStoreRQ::Read}},
+       {"C-STORE-RQ", 0x0001, true, affected, {{0x0700, 0}}, CStoreRQ::Read}},
       {[&](PDU_Service* p) { return CStoreRSP::Write(p, request().get(), 0xA700); },
-       {"C-STORE-RSP",
-        0x8001,
-        false,
-        {{0x0002, kCTStorage}, {0x1000, "1.2.3.4.5.6"}},
-        {{0x0120, 41}, {0x0900, 0xA700}},
-        CStoreRSP::Read}},
+       {"C-STORE-RSP", 0x8001, false, affected, {{0x0120, 41}, {0x0900, 0xA700}}, CStoreRSP::Read}},
       {[&](PDU_Service* p) { return CFindRQ::Write(p, ct, DataSet().get()); },
        {"C-FIND-RQ", 0x0020, true, {{0x0002, kCTStorage}}, {{0x0700, 0}}, CFindRQ::Read}},
       {[&](PDU_Service* p) { return CFindRSP::Write(p, request().get(), 0xFF00, DataSet().get()); },
@@ -143,12 +138,7 @@ TEST(CommandClasses, WrittenAndReadBack) {
       {[&](PDU_Service* p) {
          return NEventReportRQ::Write(p, ct, ct, instance, 5, DataSet().get());
        },
-       {"N-EVENT-REPORT-RQ",
-        0x0100,
-        true,
-        {{0x0002, kCTStorage}, {0x1000, "1.2.3.4.5.6"}},
-        {{0x1002, 5}},
-        NEventReportRQ::Read}},
+       {"N-EVENT-REPORT-RQ", 0x0100, true, affected, {{0x1002, 5}}, NEventReportRQ::Read}},
       {[&](PDU_Service* p) { return NEventReportRSP::Write(p, request().get(), 0); },
        {"N-EVENT-REPORT-RSP",
         0x8100,
@@ -159,21 +149,11 @@ TEST(CommandClasses, WrittenAndReadBack) {
       {[&](PDU_Service* p) {
          return NGetRQ::Write(p, ct, ct, instance, {0x00100010u, 0x00100020u});
        },
-       {"N-GET-RQ",
-        0x0110,
-        false,
-        {{0x0003, kCTStorage}, {0x1001, "1.2.3.4.5.6"}},
-        {},
-        NGetRQ::Read}},
+       {"N-GET-RQ", 0x0110, false, requested, {}, NGetRQ::Read}},
       {[&](PDU_Service* p) { return NGetRSP::Write(p, request().get(), 0, DataSet().get()); },
        {"N-GET-RSP", 0x8110, true, {{0x1000, "1.2.3.4.5.7"}}, {{0x0120, 41}}, NGetRSP::Read}},
       {[&](PDU_Service* p) { return NSetRQ::Write(p, ct, ct, instance, DataSet().get()); },
-       {"N-SET-RQ",
-        0x0120,
-        true,
-        {{0x0003, kCTStorage}, {0x1001, "1.2.3.4.5.6"}},
-        {},
-        NSetRQ::Read}},
+       {"N-SET-RQ", 0x0120, true, requested, {}, NSetRQ::Read}},
       {[&](PDU_Service* p) { return NSetRSP::Write(p, request().get(), 0); },
        {"N-SET-RSP", 0x8120, false, {{0x1000, "1.2.3.4.5.7"}}, {{0x0900, 0}}, NSetRSP::Read}},
       {[&](PDU_Service* p) { return NActionRQ::Write(p, ct, ct, instance, 6, nullptr); },
@@ -181,21 +161,11 @@ TEST(CommandClasses, WrittenAndReadBack) {
       {[&](PDU_Service* p) { return NActionRSP::Write(p, request().get(), 0); },
        {"N-ACTION-RSP", 0x8130, false, {}, {{0x1008, 6}}, NActionRSP::Read}},
       {[&](PDU_Service* p) { return NCreateRQ::Write(p, ct, ct, instance, DataSet().get()); },
-       {"N-CREATE-RQ",
-        0x0140,
-        true,
-        {{0x0002, kCTStorage}, {0x1000, "1.2.3.4.5.6"}},
-        {},
-        NCreateRQ::Read}},
+       {"N-CREATE-RQ", 0x0140, true, affected, {}, NCreateRQ::Read}},
       {[&](PDU_Service* p) { return NCreateRSP::Write(p, request().get(), 0, "9.8.7"); },
        {"N-CREATE-RSP", 0x8140, false, {{0x1000, "9.8.7"}}, {{0x0900, 0}}, NCreateRSP::Read}},
       {[&](PDU_Service* p) { return NDeleteRQ::Write(p, ct, ct, instance); },
-       {"N-DELETE-RQ",
-        0x0150,
-        false,
-        {{0x0003, kCTStorage}, {0x1001, "1.2.3.4.5.6"}},
-        {},
-        NDeleteRQ::Read}},
+       {"N-DELETE-RQ", 0x0150, false, requested, {}, NDeleteRQ::Read}},
       {[&](PDU_Service* p) { return NDeleteRSP::Write(p, request().get(), 0x0112); },
        {"N-DELETE-RSP",
         0x8150,
