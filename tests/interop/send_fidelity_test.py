@@ -21,10 +21,9 @@ import warnings
 import pydicom
 
 from dataset_compare import compare
-from loopback import free_port, wait_for_port
+from net_interop_test import KESTREL, SAMPLES, DcmtkPeer
+from send_interop_test import received
 
-KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
-SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
 CONVERSIONS = {"implicit": "+ti", "explicit": "+te", "big endian": "+tb"}
 # Files the sender refuses before any association (syntaxes the codec cannot read) and the one
 # sample storescp itself refuses (every element labelled UN by its writer): not expected there.
@@ -82,22 +81,14 @@ def rounds(files):
 
 def send_to_storescp(acceptance, files, options, work):
     inbox = tempfile.mkdtemp(dir=work)
-    port = free_port()
-    scp = subprocess.Popen(["storescp", acceptance, "-od", inbox, str(port)],
-                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    scp = DcmtkPeer("storescp", acceptance, "-od", inbox)
     try:
-        if not wait_for_port(port):
-            raise RuntimeError("storescp did not start")
         result = subprocess.run([KESTREL, "send", "--timeout", "20", *options, "127.0.0.1",
-                                 str(port), *files], capture_output=True, text=True, timeout=300)
+                                 str(scp.port), *files], capture_output=True, text=True,
+                                timeout=300)
     finally:
-        scp.terminate()
-        scp.wait(timeout=10)
-    arrived = {}
-    for name in os.listdir(inbox):
-        ds = pydicom.dcmread(os.path.join(inbox, name))
-        arrived[str(ds.SOPInstanceUID)] = ds
-    return result, arrived
+        scp.stop()
+    return result, received(inbox)
 
 
 @unittest.skipUnless(shutil.which("storescp") and shutil.which("dcmconv") and
