@@ -254,15 +254,6 @@ class EchoAndRejection(unittest.TestCase):
         finally:
             scp.stop()
 
-    def test_echoscu_to_kestrel_serve(self):
-        with tempfile.TemporaryDirectory() as store:
-            server = Serve(store)
-            try:
-                result = run("echoscu", "-to", "5", "127.0.0.1", server.port)
-                self.assertEqual(result.returncode, 0, result.stderr)
-            finally:
-                self.assertEqual(server.stop(), 0)
-
     def test_connection_failures_say_what_happened(self):
         # Without an A-ASSOCIATE-RJ there is no rejection to explain: the text says what
         # happened instead, after the usual first line.
@@ -439,7 +430,7 @@ class HostilePeers(unittest.TestCase):
     def connect(self):
         return socket.create_connection(("127.0.0.1", self.server.port), timeout=5)
 
-    def assert_next_association_served(self):
+    def assert_next_association_served(self):  # echoscu -> kestrel serve
         result = run("echoscu", "-to", "5", "127.0.0.1", self.server.port)
         self.assertEqual(result.returncode, 0, result.stderr)
 

@@ -24,6 +24,7 @@ from pydicom.dataset import Dataset, FileMetaDataset
 from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
 from loopback import free_port, wait_for_port
+from net_interop_test import DcmtkPeer
 
 KESTREL = os.environ.get("KESTREL_BIN", "build/bin/kestrel")
 SAMPLES = os.path.join(os.path.dirname(pydicom.__file__), "data", "test_files")
@@ -77,7 +78,7 @@ def monochrome1_cr(path):
     ds.save_as(path, write_like_original=False)
 
 
-class PrintSCP:
+class PrintSCP(DcmtkPeer):  # started with a configuration of its own, stopped as the others
     def __init__(self, root):
         self.root = root
         self.port = free_port()
@@ -91,10 +92,6 @@ class PrintSCP:
         if not wait_for_port(self.port):
             self.stop()
             raise RuntimeError("dcmprscp did not start")
-
-    def stop(self):
-        self.process.terminate()
-        self.process.wait(timeout=10)
 
     def stored(self, prefix, sop_class):
         found = [pydicom.dcmread(path)

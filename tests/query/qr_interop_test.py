@@ -125,8 +125,7 @@ def counts(movescu_stderr):
     return found["Completed"], found["Failed"], found["Warning"]
 
 
-def value(ds, keyword):
-    return text_of(ds, keyword)
+value = text_of
 
 
 class KestrelServeCases:
