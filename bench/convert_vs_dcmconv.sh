@@ -53,12 +53,8 @@ done
 
 die() { echo "convert_vs_dcmconv: $*" >&2; exit 1; }
 
-if [[ -z "$kestrel" ]]; then
-  for candidate in "$root/build-bench/bin/kestrel" "$root/build/bin/kestrel" "$root"/build-*/bin/kestrel; do
-    if [[ -x "$candidate" ]]; then kestrel="$candidate"; break; fi
-  done
-fi
-[[ -n "$kestrel" && -x "$kestrel" ]] || die "no kestrel binary; build it (ninja -C build-bench kestrel_cli) or pass --kestrel"
+source "$here/lib.sh"
+find_kestrel
 dcmconv="$(command -v dcmconv)" || die "dcmconv not found (apt-get install -y dcmtk)"
 [[ -x /usr/bin/time ]] || die "/usr/bin/time not found (apt-get install -y time)"
 "$python" -c 'import pydicom, numpy' 2>/dev/null || die "$python lacks pydicom or numpy"

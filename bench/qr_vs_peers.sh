@@ -48,12 +48,8 @@ while [[ $# -gt 0 ]]; do
 done
 
 die() { echo "qr_vs_peers: $*" >&2; exit 1; }
-if [[ -z "$kestrel" ]]; then
-  for candidate in "$root"/build-bench/bin/kestrel "$root"/build/bin/kestrel "$root"/build-*/bin/kestrel; do
-    [[ -x "$candidate" ]] && { kestrel="$candidate"; break; }
-  done
-fi
-[[ -x "$kestrel" ]] || die "no kestrel binary; build it or pass --kestrel"
+source "$here/lib.sh"
+find_kestrel
 for tool in findscu movescu storescu storescp dcmqrscp Orthanc; do
   command -v "$tool" >/dev/null || die "$tool missing (apt-get install dcmtk orthanc)"
 done

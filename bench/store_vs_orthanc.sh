@@ -47,12 +47,8 @@ while [[ $# -gt 0 ]]; do
 done
 
 die() { echo "store_vs_orthanc: $*" >&2; exit 1; }
-if [[ -z "$kestrel" ]]; then
-  for candidate in "$root"/build-bench/bin/kestrel "$root"/build/bin/kestrel "$root"/build-*/bin/kestrel; do
-    [[ -x "$candidate" ]] && { kestrel="$candidate"; break; }
-  done
-fi
-[[ -x "$kestrel" ]] || die "no kestrel binary; build it or pass --kestrel"
+source "$here/lib.sh"
+find_kestrel
 command -v storescu >/dev/null || die "storescu missing (apt-get install dcmtk)"
 command -v sqlite3 >/dev/null || die "sqlite3 missing (apt-get install sqlite3)"
 if ! command -v Orthanc >/dev/null; then

@@ -48,12 +48,8 @@ while [[ $# -gt 0 ]]; do
 done
 
 die() { echo "throughput_vs_dcmtk: $*" >&2; exit 1; }
-if [[ -z "$kestrel" ]]; then
-  for candidate in "$root"/build-bench/bin/kestrel "$root"/build/bin/kestrel; do
-    [[ -x "$candidate" ]] && { kestrel="$candidate"; break; }
-  done
-fi
-[[ -x "$kestrel" ]] || die "no kestrel binary; build it or pass --kestrel"
+source "$here/lib.sh"
+find_kestrel
 for tool in storescp storescu dcmconv "$timer"; do command -v "$tool" >/dev/null || die "$tool missing"; done
 export TCP_NODELAY=1  # DCMTK's best case; kestrel ignores it
 mkdir -p "$work"
