@@ -1,15 +1,18 @@
 // The C-STORE handler of `kestrel serve`. The data set goes to a file of the store's incoming
 // folder as it arrives (nothing of it is held whole in memory, whatever its size); once it is
-// all there, the file is read back without its large values, checked against the request,
-// moved into the store and indexed in the image database. The response says Success only when
+// all there, it is decoded without its large values (from its first bytes, kept as they went
+// by, and the file for anything beyond them), checked against the request, moved into the
+// store and indexed in the image database. The response says Success only when
 // the file (flushed to the disk, unless --no-sync) and its four rows are there, and otherwise
 // carries a failure status with an Error Comment (0000,0902) saying why.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "ServeDispatcher.h"
 #include "StoreObject.h"
@@ -30,10 +33,13 @@ constexpr uint16_t kDataSetDoesNotMatch = 0xA900;
 constexpr uint16_t kCannotUnderstand = 0xC000;
 constexpr uint16_t kNoDataSet = 0x0101;
 
-// What reading the stored file back may hold: values up to 64 KiB (pixels and other bulk are
-// passed over) and 16 MiB in all; the index needs only the leading attributes.
+// What decoding the received data set may hold: values up to 64 KiB (pixels and other bulk
+// are passed over) and 16 MiB in all; the index needs only the leading attributes.
 constexpr uint32_t kHeldValue = 64 * 1024;
 constexpr uint64_t kHeldInAll = 16 << 20;
+// The leading bytes of a data set kept in memory as they go to the file: enough for the
+// attributes before the pixels of any ordinary image.
+constexpr size_t kKeptHead = 64 * 1024;
 
 // The folder of the store where files are written while their data sets arrive.
 std::string IncomingFolder(const std::string& storeDir) { return storeDir + "/.incoming"; }
@@ -61,25 +67,79 @@ class SenderCodec : public DICOMCodec {
   std::string sender_;
 };
 
-// Hands a data set's bytes to its file (or drops them when it is not kept), noting its first
-// group: a data set holding file meta information (group 0002) would give a file two.
+// Hands a data set's bytes to its file (or drops them when it is not kept), keeping its first
+// kKeptHead bytes: a data set holding file meta information (group 0002) would give a file
+// two, and the attributes to check and index are decoded from them.
 class DataSetSink : public ByteBuffer::Sink {
  public:
   explicit DataSetSink(ByteBuffer::Sink* file) : file_(file) {}
   bool Write(const void* data, size_t length) override {
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    for (size_t i = 0; seen_ < 2 && i < length; ++i) first_[seen_++] = bytes[i];
+    if (head_.size() < kKeptHead) {
+      const auto* bytes = static_cast<const uint8_t*>(data);
+      head_.insert(head_.end(), bytes, bytes + std::min(length, kKeptHead - head_.size()));
+    }
     return !file_ || file_->Write(data, length);
   }
-  bool StartsWithMeta(const UID& syntax) const {
-    const bool big = syntax == UID("1.2.840.10008.1.2.2");
-    return seen_ == 2 && first_[big ? 1 : 0] == 2 && first_[big ? 0 : 1] == 0;
-  }
+  std::vector<uint8_t> TakeHead() { return std::move(head_); }
 
  private:
   ByteBuffer::Sink* file_;
-  uint8_t first_[2] = {0, 0};
-  size_t seen_ = 0;
+  std::vector<uint8_t> head_;
+};
+
+// Whether a data set whose first bytes are `head` starts with group 0002.
+bool StartsWithMeta(const std::vector<uint8_t>& head, const UID& syntax) {
+  const bool big = syntax == UID("1.2.840.10008.1.2.2");
+  return head.size() >= 2 && head[big ? 1 : 0] == 2 && head[big ? 0 : 1] == 0;
+}
+
+// A received data set of `size` bytes: its kept head from memory, the rest from the end of
+// the file it was written to (opened only when decoding reads that far).
+class ReceivedDataSet : public ByteBuffer::Source {
+ public:
+  ReceivedDataSet(std::vector<uint8_t> head, std::string path, uint64_t size)
+      : head_(std::move(head)), path_(std::move(path)), size_(size) {}
+  size_t Read(void* data, size_t length) override {
+    length = static_cast<size_t>(std::min<uint64_t>(length, Remaining()));
+    if (position_ < head_.size()) {
+      length = std::min<size_t>(length, head_.size() - position_);
+      std::memcpy(data, head_.data() + position_, length);
+    } else if (length && (!Seek() || std::fread(data, 1, length, file_.get()) != length)) {
+      return 0;
+    }
+    position_ += length;
+    return length;
+  }
+  uint64_t Remaining() override { return size_ - position_; }
+  bool Skip(uint64_t length) override {
+    if (length > Remaining()) return false;
+    position_ += length;
+    sought_ = false;
+    return true;
+  }
+
+ private:
+  struct Closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+  // Puts the file at the data set's byte position_: the data set ends the file.
+  bool Seek() {
+    if (sought_) return true;
+    if (!file_) file_.reset(std::fopen(path_.c_str(), "rb"));
+    long fileSize = -1;
+    if (file_ && std::fseek(file_.get(), 0, SEEK_END) == 0) fileSize = std::ftell(file_.get());
+    if (fileSize < 0 || static_cast<uint64_t>(fileSize) < size_) return false;
+    const uint64_t at = static_cast<uint64_t>(fileSize) - size_ + position_;
+    sought_ = std::fseek(file_.get(), static_cast<long>(at), SEEK_SET) == 0;
+    return sought_;
+  }
+
+  std::vector<uint8_t> head_;
+  std::string path_;
+  uint64_t size_;
+  uint64_t position_ = 0;
+  std::unique_ptr<std::FILE, Closer> file_;
+  bool sought_ = false;
 };
 
 // Each worker thread serves one association and keeps its own connection to the image
@@ -109,7 +169,8 @@ struct Incoming {
   std::string sopClass, sopInstance;
   UID syntax;
   DICOMFileWriter file;
-  StoreResult refusal;  // status 0: none
+  std::vector<uint8_t> head;  // the data set's first kKeptHead bytes
+  StoreResult refusal;        // status 0: none
   uint64_t bytes = 0;
 };
 
@@ -142,21 +203,25 @@ bool Receive(const ServeSettings& settings, PDU_Service& pdu, DICOMCommandObject
   if (!pdu.ReadInto(sink, in.syntax)) return false;
   in.bytes = in.file.GetDataSetBytes();
   if (in.refusal.status) return true;
+  in.head = sink.TakeHead();
   if (in.file.Failed() || !in.file.Flush())
     in.refusal = Refusal(kOutOfResources, "Could not write the image file",
                          std::strerror(in.file.GetError()));
-  else if (sink.StartsWithMeta(in.syntax))
+  else if (StartsWithMeta(in.head, in.syntax))
     in.refusal = Refusal(kCannotUnderstand, "The data set holds file meta information");
   return true;
 }
 
-// The received file's data set without its large values, checked against the request.
-std::unique_ptr<DICOMDataObject> ReadBack(Incoming& in) {
+// The received data set without its large values, checked against the request.
+std::unique_ptr<DICOMDataObject> DecodeReceived(Incoming& in) {
   DICOMCodec reader;
   reader.SetHoldLimits(kHeldValue, kHeldInAll);
-  FileReadResult result = FileReadResult::kCannotOpen;
-  std::unique_ptr<DICOMDataObject> header(reader.LoadFile(in.file.GetPath().c_str(), &result));
-  if (!header || result != FileReadResult::kComplete) {
+  const int mode = DICOMCodec::TransferSyntaxMode(in.syntax.GetBuffer());
+  ReceivedDataSet source(std::move(in.head), in.file.GetPath(), in.bytes);
+  ByteBuffer buffer;
+  buffer.AttachSource(&source);
+  auto header = std::make_unique<DICOMDataObject>();
+  if (!mode || !reader.Decode(buffer, header.get(), mode) || buffer.HasBytes()) {
     in.refusal = Refusal(kCannotUnderstand, "The data set cannot be read");
     return nullptr;
   }
@@ -177,7 +242,7 @@ std::unique_ptr<DICOMDataObject> ReadBack(Incoming& in) {
 
 StoreResult Keep(Dispatcher& dispatcher, Incoming& in) {
   const ServeSettings& settings = dispatcher.Settings();
-  std::unique_ptr<DICOMDataObject> header = ReadBack(in);
+  std::unique_ptr<DICOMDataObject> header = DecodeReceived(in);
   if (in.refusal.status) return in.refusal;
   std::string error;
   CDatabase* database = WorkerDatabase(settings, &error);

@@ -39,8 +39,8 @@ enum class SetAside {
 StoreResult StoreObject(DICOMDataObject* dataSet, const std::string& transferSyntax,
                         const std::string& root, CDatabase& database, SetAside setAside);
 // The same for an object whose file was written as it arrived: `file` (complete, not yet
-// committed) is moved into the store, or set aside, and `header`, its data set as read back
-// from that file without its large values, is what is checked and indexed. With `sync` the
+// committed) is moved into the store, or set aside, and `header`, its data set as decoded
+// without its large values, is what is checked and indexed. With `sync` the
 // file is on the disk before this returns. The partial file is removed unless it was moved.
 StoreResult StoreWrittenFile(DICOMFileWriter& file, DICOMDataObject* header,
                              const std::string& transferSyntax, const std::string& root,

@@ -108,7 +108,8 @@ class ServeStoreTest : public ::testing::Test {
 
   // One C-STORE of the image on an association of its own; the status, or 0xFFFF when none
   // came.
-  uint16_t Store(const KESTREL::FileOperations& files, std::string* comment) {
+  uint16_t Store(const KESTREL::FileOperations& files, std::string* comment,
+                 void (*addToImage)(DICOMDataObject&) = nullptr) {
     Dispatcher dispatcher(settings_, counters_);
     AddStoreHandler(dispatcher);
     Connections connections(Connections::Limits{});
@@ -124,6 +125,7 @@ class ServeStoreTest : public ::testing::Test {
     uint16_t status = 0xFFFF;
     DICOMDataObject image;
     MakeImage(image);
+    if (addToImage) addToImage(image);
     if (client.Connect("127.0.0.1", std::to_string(listener.GetLocalPort()).c_str())) {
       const uint8_t context = client.GetAcceptedContexts()[0].PresentationContextID;
       StandardStorage::Store(&client, context, UID(kCT), UID(kInstance), &image, {}, &status,
@@ -140,6 +142,12 @@ class ServeStoreTest : public ::testing::Test {
     for (const auto& entry : fs::recursive_directory_iterator(settings_.storeDir))
       if (entry.is_regular_file()) files.push_back(entry.path().string());
     return files;
+  }
+  std::string PatientID() const {
+    CDatabase database;
+    database.Open(settings_.dbConnect);
+    CPatientSet set(&database);
+    return set.Open() && !set.IsEOF() ? std::string(set.PatientID) : std::string("(none)");
   }
   int ImageRows() const {
     CDatabase database;
@@ -185,6 +193,25 @@ TEST_F(ServeStoreTest, AFailedWriteIsAnsweredAndLeavesNothing) {
     EXPECT_EQ(FilesInStore(), std::vector<std::string>{});
     EXPECT_EQ(ImageRows(), 0);
   }
+}
+
+// Private values of 40,000 bytes in group 0009 put the patient, study and series attributes
+// 120 KB into the data set, past the bytes kept in memory as it arrives: they are read from
+// the file, and the image is stored and indexed by them.
+TEST_F(ServeStoreTest, AttributesFarIntoTheDataSetAreReadFromItsFile) {
+  std::string comment;
+  const uint16_t status = Store(system_, &comment, [](DICOMDataObject& image) {
+    for (uint16_t element : {0x1010, 0x1011, 0x1012}) {
+      auto* bulk = new VR(0x0009, element, 40000, true);
+      std::fill_n(static_cast<char*>(bulk->Data), 40000, static_cast<char>(element));
+      bulk->TypeCode = MakeTypeCode('O', 'B');
+      image.Push(bulk);
+    }
+  });
+  EXPECT_EQ(status, 0x0000) << comment;
+  EXPECT_TRUE(fs::exists(settings_.storeDir + "/1.2.3/1.2.3.4/1.2.3.4.5.dcm"));
+  EXPECT_EQ(PatientID(), "P1");
+  EXPECT_EQ(ImageRows(), 1);
 }
 
 TEST_F(ServeStoreTest, SuccessIsAnsweredOnceTheFileAndItsFoldersAreOnTheDisk) {
