@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <system_error>
 
@@ -96,13 +97,40 @@ class PixelsSetAside {
   Array<DICOMDataObject*>* items_ = nullptr;
 };
 
+// The storage object of a SOP class, one per class the library stores and thread, and one
+// CUnknownStorage per thread for every other class (`image` says which it is): building one
+// lays out every attribute of its modules, which costs more than reading a header into it, and
+// Set clears what the last object left.
+CStorage* StorageFor(const UID& sopClass, bool* image) {
+  thread_local std::map<std::string, std::unique_ptr<CStorage>> known;
+  thread_local std::unique_ptr<CStorage> unknown;
+  const std::string key = sopClass.ToString();
+  auto found = known.find(key);
+  if (found != known.end()) {
+    *image = true;
+    return found->second.get();
+  }
+  std::unique_ptr<CStorage> made(CStandardStorage::CreateStorage(sopClass));
+  *image = made != nullptr;
+  if (made) return (known[key] = std::move(made)).get();
+  if (!unknown) unknown = std::make_unique<CUnknownStorage>();
+  return unknown.get();
+}
+
 // Where an object goes and the storage object that indexes it: the decisions that do not
-// depend on how its file is written.
+// depend on how its file is written. The storage object is let go empty, so that no value of
+// this object stays held until the next.
 struct Placement {
   std::string uids[3];
   std::string file;  // root/Study/Series/SOP.dcm
-  std::unique_ptr<CStorage> storage;
+  CStorage* storage = nullptr;
   bool setAside = false;  // an image without pixels: root/RejSave/..., not indexed
+  Placement() = default;
+  Placement(const Placement&) = delete;
+  Placement& operator=(const Placement&) = delete;
+  ~Placement() {
+    if (storage) storage->GetIOD()->Clear();
+  }
 };
 
 bool Place(DICOMDataObject* dataSet, const std::string& root, SetAside setAside, Placement& place,
@@ -111,9 +139,8 @@ bool Place(DICOMDataObject* dataSet, const std::string& root, SetAside setAside,
   const std::string tail = "/" + place.uids[0] + "/" + place.uids[1] + "/" + place.uids[2] + ".dcm";
   UID sopClass;
   sopClass.Set(dataSet->Find(0x0008, 0x0016));
-  place.storage.reset(CStandardStorage::CreateStorage(sopClass));
-  const bool imageClass = place.storage != nullptr;
-  if (!place.storage) place.storage = std::make_unique<CUnknownStorage>();
+  bool imageClass = false;
+  place.storage = StorageFor(sopClass, &imageClass);
   place.storage->SetRoot(root);
   // An image of a class the library knows is nothing without its pixels: it is kept aside,
   // where the workstation's staff can look at it, and not indexed.
