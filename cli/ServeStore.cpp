@@ -199,6 +199,7 @@ bool Receive(const ServeSettings& settings, PDU_Service& pdu, DICOMCommandObject
       !in.file.Open(IncomingFolder(settings), codec, in.sopClass, in.sopInstance, syntax))
     in.refusal = Refusal(kOutOfResources, "Could not write the image file",
                          std::strerror(in.file.GetError()));
+  in.file.WriteBehind(settings.sync);
   DataSetSink sink(in.refusal.status ? nullptr : &in.file);
   if (!pdu.ReadInto(sink, in.syntax)) return false;
   in.bytes = in.file.GetDataSetBytes();

@@ -1,5 +1,8 @@
 #include "kestrel/DICOMFileWriter.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cerrno>
@@ -85,6 +88,9 @@ struct DICOMFileWriter::State {
   std::unique_ptr<KESTREL::File> file;
   std::string path;
   uint64_t bytes = 0;
+  uint64_t behind = 0;  // WriteBehind: the data set bytes handed to the disk so far,
+  off_t behindAt = 0;   // and where they end in the file
+  bool writeBehind = false;
   int error = 0;
   bool failed = false;
 };
@@ -107,6 +113,8 @@ bool DICOMFileWriter::Open(const std::string& directory, DICOMCodec& codec,
   state.failed = false;
   state.error = 0;
   state.bytes = 0;
+  state.behind = 0;
+  state.behindAt = 0;
   const std::string path = directory + "/" + UniqueName();
   errno = 0;
   state.file = std::make_unique<KESTREL::File>(path.c_str(), "wbx");  // never another's file
@@ -147,12 +155,27 @@ bool DICOMFileWriter::WriteHead(DICOMCodec& codec, const std::string& sopClass,
   return Write(head.Data(), head.Size());
 }
 
+void DICOMFileWriter::WriteBehind(bool on) { state_->writeBehind = on; }
+
 bool DICOMFileWriter::Write(const void* data, size_t length) {
   State& state = *state_;
   if (state.failed || !state.file) return false;
   errno = 0;
   if (!state.file->Write(data, length)) return Fail(errno);
   state.bytes += length;
+  if (state.writeBehind && state.bytes - state.behind >= kBufferSize) {
+    // Starts the disk writing what the file holds, without waiting for it: the received bytes
+    // go to the disk while the next ones arrive.
+    if (std::fflush(state.file->get()) != 0) return Fail(errno);
+    const off_t end = ftello(state.file->get());
+#ifdef SYNC_FILE_RANGE_WRITE
+    if (end > state.behindAt)
+      (void)sync_file_range(fileno(state.file->get()), state.behindAt, end - state.behindAt,
+                            SYNC_FILE_RANGE_WRITE);
+#endif
+    state.behindAt = std::max<off_t>(end, 0);
+    state.behind = state.bytes;
+  }
   return true;
 }
 

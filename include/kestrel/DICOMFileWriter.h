@@ -37,6 +37,10 @@ class KESTREL_API DICOMFileWriter : public ByteBuffer::Sink {
   // written; GetError() then says why.
   bool Open(const std::string& directory, DICOMCodec& codec, const std::string& sopClass,
             const std::string& sopInstance, const std::string& transferSyntax);
+  // For a file that Commit is to flush: from now on its bytes are handed to the disk as they
+  // come, each 256 KiB, so that the flush finds little left to wait for. Without it they stay
+  // with the system until it writes them on its own.
+  void WriteBehind(bool on);
   // Appends data set bytes. After the first failure nothing more is written and every call
   // gives false.
   bool Write(const void* data, size_t length) override;

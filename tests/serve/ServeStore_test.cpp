@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -17,6 +18,7 @@
 #include "StoreObject.h"
 #include "core/File.h"
 #include "kestrel/CDatabase.h"
+#include "kestrel/DICOMCodec.h"
 #include "kestrel/DICOMObject.h"
 #include "kestrel/PDU_Service.h"
 #include "kestrel/RecordSets.h"
@@ -195,21 +197,28 @@ TEST_F(ServeStoreTest, AFailedWriteIsAnsweredAndLeavesNothing) {
   }
 }
 
-// Private values of 40,000 bytes in group 0009 put the patient, study and series attributes
-// 120 KB into the data set, past the bytes kept in memory as it arrives: they are read from
-// the file, and the image is stored and indexed by them.
+// Private values of 60,000 bytes in group 0009 put the patient, study and series attributes
+// 180 KB into the data set, past the bytes kept in memory as it arrives: they are read from
+// the file, and the image is stored and indexed by them. The file, over 256 KiB, is handed to
+// the disk as it arrives, and must still be whole.
 TEST_F(ServeStoreTest, AttributesFarIntoTheDataSetAreReadFromItsFile) {
   std::string comment;
   const uint16_t status = Store(system_, &comment, [](DICOMDataObject& image) {
     for (uint16_t element : {0x1010, 0x1011, 0x1012}) {
-      auto* bulk = new VR(0x0009, element, 40000, true);
-      std::fill_n(static_cast<char*>(bulk->Data), 40000, static_cast<char>(element));
+      auto* bulk = new VR(0x0009, element, 60000, true);
+      std::fill_n(static_cast<char*>(bulk->Data), 60000, static_cast<char>(element));
       bulk->TypeCode = MakeTypeCode('O', 'B');
       image.Push(bulk);
     }
   });
   EXPECT_EQ(status, 0x0000) << comment;
-  EXPECT_TRUE(fs::exists(settings_.storeDir + "/1.2.3/1.2.3.4/1.2.3.4.5.dcm"));
+  const std::string stored = settings_.storeDir + "/1.2.3/1.2.3.4/1.2.3.4.5.dcm";
+  DICOMCodec codec;
+  FileReadResult result = FileReadResult::kCannotOpen;
+  std::unique_ptr<DICOMDataObject> file(codec.LoadFile(stored.c_str(), &result));
+  EXPECT_EQ(result, FileReadResult::kComplete);
+  const VR* pixels = file ? file->Find(0x7FE0, 0x0010) : nullptr;
+  EXPECT_EQ(pixels ? pixels->Length : 0u, 256u * 256u * 2u);
   EXPECT_EQ(PatientID(), "P1");
   EXPECT_EQ(ImageRows(), 1);
 }
