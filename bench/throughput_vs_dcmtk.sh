@@ -8,6 +8,9 @@
 #          flushing, and with --no-sync) against `storescp -od`
 #   convert-large
 #          `kestrel convert --ts 1.2.840.10008.1.2` against `dcmconv +ti` of the large object
+#   flush  the CT series written into a fresh folder with serve's flushes per image (file,
+#          folder, a 24 KiB log append with fdatasync) and nothing else: what durability
+#          alone costs on this disk, the floor of serve's flushed figure
 # DCMTK runs with TCP_NODELAY=1 in the environment of every tool, its best case (Debian's build
 # leaves Nagle's algorithm on otherwise); kestrel always sets TCP_NODELAY. Each pass of a pair
 # starts fresh receivers on empty folders; the tools of a pair alternate, pass by pass. The
@@ -18,7 +21,7 @@
 # Usage: bench/throughput_vs_dcmtk.sh [--runs N] [--sets "send-ct ..."] [--data DIR]
 #                                     [--work DIR] [--kestrel PATH]
 #   --runs N      timed passes per tool and pair, after one untimed pass each (default 3)
-#   --sets LIST   pairs to run (default all six, and tcp)
+#   --sets LIST   pairs to run (default all six, tcp and flush)
 #   --data DIR    where the data sets are, or are made by make_data.py (default bench/out)
 #   --work DIR    where received and converted files go (default bench/out/throughput)
 #   --kestrel P   the kestrel binary (default: build-bench/bin, then build/bin)
@@ -28,7 +31,7 @@ set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 root="$(dirname "$here")"
 runs=3
-sets=(send-ct send-small send-large serve-ct serve-large convert-large tcp)
+sets=(send-ct send-small send-large serve-ct serve-large convert-large tcp flush)
 data="$here/out"
 work="$here/out/throughput"
 kestrel=""
@@ -42,7 +45,7 @@ while [[ $# -gt 0 ]]; do
     --data) data="$2"; shift 2 ;;
     --work) work="$2"; shift 2 ;;
     --kestrel) kestrel="$2"; shift 2 ;;
-    -h|--help) sed -n '2,26p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,28p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "unknown option $1" >&2; exit 2 ;;
   esac
 done
@@ -198,6 +201,38 @@ run_pair() {
   done
 }
 
+# What durability alone costs on this disk: the CT series' files written into a fresh folder
+# with the flushes serve makes per image (the file, its folder, and a 24 KiB append to a log
+# flushed with fdatasync, as SQLite's WAL commit is), median of the runs.
+run_flush() {
+  local in="$data/in/ct" dir="$work/flush" passes="" seconds
+  [[ -d "$in" ]] || "$python" "$here/make_data.py" generate "$data" --sets ct >/dev/null
+  for _ in $(seq "$runs"); do
+    rm -rf "$dir"; mkdir -p "$dir"; sync
+    passes+="$("$python" - "$in" "$dir" <<'EOF'
+import os, sys, time
+source, target = sys.argv[1], sys.argv[2]
+names = sorted(os.listdir(source))
+datas = [open(os.path.join(source, n), "rb").read() for n in names]
+log = os.open(os.path.join(target, "log"), os.O_WRONLY | os.O_CREAT | os.O_APPEND)
+folder = os.open(target, os.O_RDONLY)
+page = bytes(24576)
+start = time.time()
+for name, data in zip(names, datas):
+    fd = os.open(os.path.join(target, name), os.O_WRONLY | os.O_CREAT | os.O_EXCL)
+    os.write(fd, data); os.fsync(fd); os.close(fd)
+    os.fsync(folder)
+    os.write(log, page); os.fdatasync(log)
+print("%.3f" % (time.time() - start))
+EOF
+) "
+  done
+  seconds=$(printf '%s\n' $passes | median)
+  rm -rf "$dir"
+  row ""
+  row "Flushes alone (the CT series written with a file, folder and log flush per image): $seconds s; passes $(echo $passes)"
+}
+
 run_tcp() {
   local rate
   rate=$("$python" - <<'EOF'
@@ -233,6 +268,7 @@ row "|---|---|---:|---:|---:|---:|---:|---|---:|"
 for set in "${sets[@]}"; do
   case "$set" in
     tcp) run_tcp ;;
+    flush) run_flush ;;
     send-*|serve-*|convert-*) run_pair "$set" ;;
     *) die "unknown set $set" ;;
   esac
