@@ -90,9 +90,20 @@ constexpr uint32_t kBorrowedValue = 64 * 1024;
 class FileSink : public ByteBuffer::Sink {
  public:
   explicit FileSink(KESTREL::File& file) : file_(file) {}
-  bool Write(const void* data, size_t length) override { return file_.Write(data, length); }
+  // A large value (one left in a mapped input file) goes in pieces of 1 MiB: the system took
+  // about a tenth longer over one write of 419 MB from a mapping than over the same in pieces.
+  bool Write(const void* data, size_t length) override {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    while (length > kPiece) {
+      if (!file_.Write(bytes, kPiece)) return false;
+      bytes += kPiece;
+      length -= kPiece;
+    }
+    return file_.Write(bytes, length);
+  }
 
  private:
+  static constexpr size_t kPiece = 1 << 20;
   KESTREL::File& file_;
 };
 
