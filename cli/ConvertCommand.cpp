@@ -53,9 +53,10 @@ int Convert(const ConvertOptions& options) {
   FileMapping mapping;
   std::unique_ptr<DICOMDataObject> object;
   if (std::filesystem::file_size(options.in, ec) >= kMappedFrom && !ec &&
-      mapping.Open(options.in.c_str()))
+      mapping.Open(options.in.c_str())) {
     object.reset(service.LoadMapped(mapping));
-  else
+    service.SetCopySource(&mapping);  // nothing here writes into the values
+  } else
     object.reset(service.LoadFile(options.in.c_str()));
   if (!object) return Fail(options.in + ": cannot open the file", kExitLocalFailure);
   VR* syntaxElement = object->Find(2, 0x0010);

@@ -1,6 +1,9 @@
 // DICOM files: reading with or without preamble, writing with a file meta group of our own.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -89,11 +92,19 @@ constexpr uint32_t kBorrowedValue = 64 * 1024;
 
 class FileSink : public ByteBuffer::Sink {
  public:
-  explicit FileSink(KESTREL::File& file) : file_(file) {}
-  // A large value (one left in a mapped input file) goes in pieces of 1 MiB: the system took
-  // about a tenth longer over one write of 419 MB from a mapping than over the same in pieces.
+  FileSink(KESTREL::File& file, const FileMapping* copySource)
+      : file_(file), copySource_(copySource) {}
   bool Write(const void* data, size_t length) override {
     const auto* bytes = static_cast<const uint8_t*>(data);
+    uint64_t offset = 0;
+    if (length >= kPiece && copySource_ && copySource_->OffsetOf(data, length, &offset)) {
+      const size_t copied = Copy(offset, length);
+      if (copied == kFailed) return false;
+      bytes += copied;
+      length -= copied;
+    }
+    // A large value goes in pieces of 1 MiB: the system took about a tenth longer over one
+    // write of 419 MB from a mapping than over the same bytes in pieces.
     while (length > kPiece) {
       if (!file_.Write(bytes, kPiece)) return false;
       bytes += kPiece;
@@ -104,7 +115,35 @@ class FileSink : public ByteBuffer::Sink {
 
  private:
   static constexpr size_t kPiece = 1 << 20;
+  static constexpr size_t kFailed = SIZE_MAX;
+
+  // Copies `length` bytes of the source file from `offset` to the end of this one: how many
+  // were copied, less than `length` when the system cannot copy between these files (the
+  // rest is then written from memory), or kFailed.
+  size_t Copy(uint64_t offset, size_t length) {
+    const int target = fileno(file_.get());
+    size_t done = 0;
+    while (done < length) {
+      loff_t from = static_cast<loff_t>(offset + done);
+      const ssize_t n =
+          copy_file_range(copySource_->GetHandle(), &from, target, nullptr, length - done, 0);
+      if (n > 0) {
+        done += static_cast<size_t>(n);
+      } else if (n < 0 && errno == EINTR) {
+        continue;
+      } else if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
+                           errno == EOPNOTSUPP || errno == EBADF)) {
+        return done;
+      } else {
+        if (n == 0) errno = EIO;  // the source file was cut short
+        return kFailed;
+      }
+    }
+    return done;
+  }
+
   KESTREL::File& file_;
+  const FileMapping* copySource_;
 };
 
 // A new element holding a copy of `length` bytes, rounded up to even with a zero byte.
@@ -324,7 +363,7 @@ bool DICOMCodec::SaveFile(const char* path, int form, DICOMObject* object,
   KESTREL::File file(partial.c_str(), "wb");
   if (!file) return false;
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  FileSink sink(file);
+  FileSink sink(file, copySource_);
   ByteBuffer buffer;
   buffer.AttachSink(&sink, kWriteBlock);
   bool ok = EncodeFile(object, buffer, form, transferSyntaxUID);

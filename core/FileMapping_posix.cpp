@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "kestrel/FileMapping.h"
 
@@ -11,8 +12,18 @@ FileMapping::~FileMapping() { Close(); }
 
 void FileMapping::Close() {
   if (data_) munmap(data_, size_);
+  if (handle_ >= 0) close(handle_);
   data_ = nullptr;
   size_ = 0;
+  handle_ = -1;
+}
+
+bool FileMapping::OffsetOf(const void* data, uint64_t length, uint64_t* offset) const {
+  const auto begin = reinterpret_cast<uintptr_t>(data_);
+  const auto at = reinterpret_cast<uintptr_t>(data);
+  if (!data_ || at < begin || at - begin > size_ || length > size_ - (at - begin)) return false;
+  *offset = at - begin;
+  return true;
 }
 
 bool FileMapping::Open(const char* path, int* error) {
@@ -34,6 +45,9 @@ bool FileMapping::Open(const char* path, int* error) {
     }
   }
   if (!ok && error) *error = errno ? errno : EIO;
-  if (handle >= 0) close(handle);
+  if (ok && data_)
+    handle_ = handle;
+  else if (handle >= 0)
+    close(handle);
   return ok;
 }

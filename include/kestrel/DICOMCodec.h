@@ -94,6 +94,11 @@ class KESTREL_API DICOMCodec {
   // that name it; no reader accepts an implicit meta group). The file appears only once
   // completely written. `transferSyntaxUID` may be null or empty.
   bool SaveFile(const char* path, int form, DICOMObject* object, const char* transferSyntaxUID);
+  // For SaveFile: values of 1 MiB or more that lie in `mapping` are copied from its file to
+  // the new one by the system (copy_file_range) instead of being written from memory, which
+  // spares the system the page faults and the copy through the mapping. Only for values no one
+  // wrote into through the mapping: the file's own bytes are what is copied. Null: none.
+  void SetCopySource(const FileMapping* mapping) { copySource_ = mapping; }
   // Replaces the group 0002 of `object` with a new file meta group.
   bool AddFileMeta(DICOMObject* object, const char* transferSyntaxUID);
 
@@ -139,6 +144,7 @@ class KESTREL_API DICOMCodec {
   int depth_ = 0;            // levels of sequences and items being decoded
   uint32_t valueLimit_ = 0;  // SetHoldLimits; 0: none
   uint32_t borrowFrom_ = 0;  // LoadMapped: values this long stay in the mapping; 0: none
+  const FileMapping* copySource_ = nullptr;  // SetCopySource
   uint64_t heldLimit_ = 0;
   uint64_t held_ = 0;  // bytes held by the decode in progress
   // What the level being read or written has said about its pixels (Pixel Representation,

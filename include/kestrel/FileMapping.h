@@ -24,8 +24,14 @@ class KESTREL_API FileMapping {
 
   uint8_t* Data() const { return data_; }
   uint64_t Size() const { return size_; }
+  // The mapped file, open while it is mapped (-1 when nothing is): for copying its bytes to
+  // another file without going through memory.
+  int GetHandle() const { return handle_; }
+  // Where `length` bytes at `data` lie in the file, when they lie within the mapping.
+  bool OffsetOf(const void* data, uint64_t length, uint64_t* offset) const;
 
  private:
   uint8_t* data_ = nullptr;
   uint64_t size_ = 0;
+  int handle_ = -1;
 };

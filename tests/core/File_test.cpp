@@ -480,4 +480,46 @@ TEST_F(FileTest, MappedLoadLeavesLargeValuesInTheMapping) {
   EXPECT_EQ(result, FileReadResult::kCannotOpen);
 }
 
+// Saving with the mapping as copy source: a large value that is written as it lies in the
+// file is copied by the system, file to file (the write operation never sees it), and the
+// file is the same, byte for byte, as one saved from memory; a swapped one goes through memory.
+size_t writtenThrough = 0;
+size_t CountingWrite(const void* data, size_t size, std::FILE* file) {
+  writtenThrough += size;
+  return std::fwrite(data, 1, size, file);
+}
+
+TEST_F(FileTest, SavingFromTheMappingCopiesLargeValuesFileToFile) {
+  DICOMDataObject original;
+  original.Push(Element(0x0008, 0x0016, "UI", std::string("1.2.840.10008.5.1.4.1.1.7\0", 26)));
+  std::string pixels(3 << 20, 0);
+  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = char(i * 7 + i / 4096);
+  original.Push(Element(0x7FE0, 0x0010, "OW", pixels));
+  const std::string source = Path("source.dcm");
+  ASSERT_TRUE(Save(original, source, 3, "1.2.840.10008.1.2.1"));
+  const KESTREL::FileOperations system = KESTREL::GetFileOperations();
+  KESTREL::FileOperations counting = system;
+  counting.write = &CountingWrite;
+  for (const char* syntax : {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2"}) {
+    SCOPED_TRACE(syntax);
+    std::unique_ptr<DICOMDataObject> fromMemory(Load(source));
+    ASSERT_TRUE(Save(*fromMemory, Path("memory.dcm"), 3, syntax));
+    FileMapping mapping;
+    ASSERT_TRUE(mapping.Open(source.c_str()));
+    std::unique_ptr<DICOMDataObject> mapped(codec_.LoadMapped(mapping));
+    ASSERT_NE(mapped, nullptr);
+    codec_.SetCopySource(&mapping);
+    writtenThrough = 0;
+    KESTREL::SetFileOperations(counting);
+    const bool saved = Save(*mapped, Path("copied.dcm"), 3, syntax);
+    KESTREL::SetFileOperations(system);
+    codec_.SetCopySource(nullptr);
+    ASSERT_TRUE(saved);
+    const std::string copied = Read(Path("copied.dcm"));
+    EXPECT_TRUE(copied == Read(Path("memory.dcm")));
+    const bool swapped = std::string(syntax) == "1.2.840.10008.1.2.2";
+    EXPECT_EQ(writtenThrough, swapped ? copied.size() : copied.size() - pixels.size());
+  }
+}
+
 }  // namespace
