@@ -67,6 +67,18 @@ class SendToStoreSCP(unittest.TestCase):
         good2.SOPInstanceUID = generate_uid()
         good2.file_meta.MediaStorageSOPInstanceUID = good2.SOPInstanceUID
         good2.save_as(os.path.join(tree, "e_good.dcm"))
+        # Image Type values ahead of the SOP UIDs put them past the first 8 KiB and past the
+        # first 64 KiB of the file: --batch must still find them, and propose their classes,
+        # which no other file has (secondary capture, ultrasound).
+        for name, values, sop_class in (("f_far_uids.dcm", 2000, "1.2.840.10008.5.1.4.1.1.7"),
+                                        ("g_farther_uids.dcm", 9000,
+                                         "1.2.840.10008.5.1.4.1.1.6.1")):
+            far = pydicom.dcmread(os.path.join(SAMPLES, "CT_small.dcm"))
+            far.ImageType = ["ORIGINAL"] * values
+            far.SOPClassUID = far.file_meta.MediaStorageSOPClassUID = sop_class
+            far.SOPInstanceUID = generate_uid()
+            far.file_meta.MediaStorageSOPInstanceUID = far.SOPInstanceUID
+            far.save_as(os.path.join(tree, name))
         return tree, unreadable
 
     def check_bad_input(self, *options):
@@ -81,9 +93,9 @@ class SendToStoreSCP(unittest.TestCase):
         refused = [l for l in lines if l.startswith(os.path.join(tree, "d_refused.dcm") + ": ")]
         self.assertEqual(len(refused), 1, result.stderr)
         self.assertIn("rror: Unable to", refused[0])
-        # The two good files (and the unreadable one when running as root) arrived.
+        # The four good files (and the unreadable one when running as root) arrived.
         got = received(self.inbox)
-        self.assertEqual(len(got), 2 if os.geteuid() != 0 else 3, result.stderr)
+        self.assertEqual(len(got), 4 if os.geteuid() != 0 else 5, result.stderr)
         # Worst code met: the local failures (3) outrank the refused SOP class (1).
         self.assertEqual(result.returncode, 3, result.stderr)
 
