@@ -34,21 +34,16 @@ work="$here/out/qr"
 kestrel=""
 python=/usr/bin/python3
 
+source "$here/lib.sh"
 while [[ $# -gt 0 ]]; do
   case "$1" in
-    --runs) runs="$2"; shift 2 ;;
     --repeat) repeat="$2"; shift 2 ;;
-    --sets) read -r -a sets <<< "$2"; shift 2 ;;
-    --data) data="$2"; shift 2 ;;
-    --work) work="$2"; shift 2 ;;
-    --kestrel) kestrel="$2"; shift 2 ;;
     -h|--help) sed -n '2,24p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
-    *) echo "unknown option $1" >&2; exit 2 ;;
+    *) shared_option "$@" || { echo "unknown option $1" >&2; exit 2; }; shift 2 ;;
   esac
 done
 
 die() { echo "qr_vs_peers: $*" >&2; exit 1; }
-source "$here/lib.sh"
 find_kestrel
 for tool in findscu movescu storescu storescp dcmqrscp Orthanc; do
   command -v "$tool" >/dev/null || die "$tool missing (apt-get install dcmtk orthanc)"
@@ -58,17 +53,6 @@ mkdir -p "$work"
 results="$work/results.md"
 : > "$results"
 
-free_port() { "$python" -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
-now() { date +%s.%N; }
-median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
-wait_port() {
-  for _ in $(seq 600); do
-    "$python" -c "import socket; socket.create_connection(('127.0.0.1',$1),timeout=1)" 2>/dev/null && return 0
-    sleep 0.05
-  done
-  return 1
-}
-row() { echo "$1" | tee -a "$results"; }
 
 pids=()
 cleanup() { for p in "${pids[@]:-}"; do [[ -n "$p" ]] && kill "$p" 2>/dev/null || true; done; }

@@ -38,38 +38,22 @@ kestrel=""
 python=/usr/bin/python3
 timer=/usr/bin/time
 
+source "$here/lib.sh"
 while [[ $# -gt 0 ]]; do
   case "$1" in
-    --runs) runs="$2"; shift 2 ;;
-    --sets) read -r -a sets <<< "$2"; shift 2 ;;
-    --data) data="$2"; shift 2 ;;
-    --work) work="$2"; shift 2 ;;
-    --kestrel) kestrel="$2"; shift 2 ;;
     -h|--help) sed -n '2,28p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
-    *) echo "unknown option $1" >&2; exit 2 ;;
+    *) shared_option "$@" || { echo "unknown option $1" >&2; exit 2; }; shift 2 ;;
   esac
 done
 
 die() { echo "throughput_vs_dcmtk: $*" >&2; exit 1; }
-source "$here/lib.sh"
 find_kestrel
 for tool in storescp storescu dcmconv "$timer"; do command -v "$tool" >/dev/null || die "$tool missing"; done
 export TCP_NODELAY=1  # DCMTK's best case; kestrel ignores it
 mkdir -p "$work"
 results="$work/results.md"
 : > "$results"
-row() { echo "$1" | tee -a "$results"; }
 
-median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
-now() { date +%s.%N; }
-free_port() { "$python" -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
-wait_port() {
-  for _ in $(seq 200); do
-    "$python" -c "import socket; socket.create_connection(('127.0.0.1',$1),timeout=1)" 2>/dev/null && return 0
-    sleep 0.05
-  done
-  return 1
-}
 input_of() { case "$1" in *-ct) echo "$data/in/ct" ;; *-small) echo "$data/in/small" ;; *) echo "$data/in/large" ;; esac; }
 
 pids=()
